@@ -1,0 +1,35 @@
+#pragma once
+
+// IPv4 addresses as the system carries them: unsigned 32-bit values in network
+// byte order (the printer dictionary's "in_addr_t") and dotted-quad text.
+//
+//     QString text = talvo::stringForInetAddr(addr);          // "10.0.0.5"
+//     if (auto a = talvo::ipAddressString2in_addr_t(u"printer.lan"_s)) ...
+//     bool typed = talvo::isValidIPAddress("10.0.0.5");
+
+#include <QString>
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace talvo {
+
+// Dotted-quad text of an address in network byte order.
+QString stringForInetAddr(uint32_t networkOrderAddress);
+
+// Resolves a host name or dotted quad to its first IPv4 address, in network
+// byte order. Blocks while a name is looked up. nullopt when the text is empty,
+// does not resolve, or has no IPv4 address.
+std::optional<uint32_t> ipAddressString2in_addr_t(const QString& hostOrAddress);
+
+// True when the text holds exactly three dots and no two in a row.
+bool isDotsOK(std::string_view text);
+
+// The deliberately loose check of a typed address: three dots, four non-empty
+// parts, the first a non-zero number; each part read like atoi (a non-number
+// counts as 0, a '-' makes it negative) and none above 255. Host names are not
+// accepted here; callers try name resolution separately.
+bool isValidIPAddress(std::string_view text);
+
+} // namespace talvo

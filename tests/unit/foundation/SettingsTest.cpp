@@ -1,0 +1,228 @@
+#include "foundation/Settings.h"
+#include "foundation/DictionaryKeys.h"
+#include "foundation/PropertyList.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+namespace talvo {
+namespace {
+
+void writeBytes(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+}
+
+QByteArray readBytes(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// Each test gets its own config folder (XDG_CONFIG_HOME) and settings file.
+class SettingsTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_dir.isValid());
+        m_savedConfigHome = qgetenv("XDG_CONFIG_HOME");
+        qputenv("XDG_CONFIG_HOME", m_dir.filePath(QStringLiteral("config")).toUtf8());
+        setVendor(QString());
+        m_settingsFile = m_dir.filePath(QStringLiteral("PluginSettings.plist"));
+        ASSERT_TRUE(plist::writeXmlFile(m_settingsFile, shipped()).isOk());
+    }
+    void TearDown() override
+    {
+        qputenv("XDG_CONFIG_HOME", m_savedConfigHome);
+        setVendor(QString());
+    }
+
+    static QVariantMap shippedDiscovery()
+    {
+        return {{useBonjourKey, true},
+                {useSorlenDiscoveryKey, true},
+                {snmpCommunityGetKey, QStringLiteral("public")},
+                {snmpCommunitySetKey, QStringLiteral("private")}};
+    }
+    static QVariantMap shipped()
+    {
+        return {{kVendorKey, QStringLiteral("Talvo")},
+                {kDiscoverySettingsKey, shippedDiscovery()},
+                {kSupportedPrintersKey, QVariantMap{{QStringLiteral("Model 4000"), QVariantMap{}}}}};
+    }
+    QString prefsPath() const
+    {
+        return m_dir.filePath(QStringLiteral("config/com.talvo.installer.plugin.prefs"));
+    }
+    void writePrefs(const QVariant& prefs) { ASSERT_TRUE(plist::writeXmlFile(prefsPath(), prefs).isOk()); }
+
+    QTemporaryDir m_dir;
+    QByteArray m_savedConfigHome;
+    QString m_settingsFile;
+};
+
+TEST_F(SettingsTest, UserPreferencesOverrideDiscoverySettingsKeyByKey)
+{
+    writePrefs(QVariantMap{{useBonjourKey, false}, {QStringLiteral("extra"), QStringLiteral("x")}});
+    const auto settings = getSettingsDict(m_settingsFile);
+    ASSERT_TRUE(settings);
+    QVariantMap expected = shippedDiscovery();
+    expected.insert(useBonjourKey, false);
+    // Keys outside the discovery settings land inside them, never at the top.
+    expected.insert(QStringLiteral("extra"), QStringLiteral("x"));
+    EXPECT_EQ(settings->value(kDiscoverySettingsKey).toMap(), expected);
+    EXPECT_FALSE(settings->contains(QStringLiteral("extra")));
+    EXPECT_EQ(settings->value(kSupportedPrintersKey), shipped().value(kSupportedPrintersKey));
+}
+
+TEST_F(SettingsTest, UnusableUserFileLeavesSettingsUnmerged)
+{
+    const QByteArray userFiles[] = {
+        *plist::toXml(QVariantList{QStringLiteral("not a dictionary")}),
+        QByteArray("<plist><dict><key>UseBonjour</key><false/>"),
+        QByteArray(),
+    };
+    for (const QByteArray& bytes : userFiles) {
+        writeBytes(prefsPath(), bytes);
+        const auto settings = getSettingsDict(m_settingsFile);
+        ASSERT_TRUE(settings);
+        EXPECT_EQ(*settings, shipped()) << bytes.toStdString();
+    }
+}
+
+TEST_F(SettingsTest, MissingOrMalformedSettingsFileGivesNothing)
+{
+    EXPECT_FALSE(getSettingsDict(m_dir.filePath(QStringLiteral("absent.plist"))));
+    writeBytes(m_settingsFile, "<?xml version=\"1.0\"?><plist><array></array></plist>");
+    EXPECT_FALSE(getSettingsDict(m_settingsFile));
+}
+
+TEST_F(SettingsTest, SavedPreferencesAreReadBackOnTheNextStart)
+{
+    // The vendor word is set only after the first load, as the pane does; the
+    // load must still read the file that the save below writes.
+    ASSERT_TRUE(getSettingsDict(m_settingsFile));
+    setVendor(QStringLiteral("Talvo"));
+    ASSERT_TRUE(writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("s3cret")}}));
+    EXPECT_TRUE(QFile::exists(prefsPath()));
+
+    setVendor(QString()); // a new process
+    const auto settings = getSettingsDict(m_settingsFile);
+    ASSERT_TRUE(settings);
+    EXPECT_EQ(settings->value(kDiscoverySettingsKey).toMap().value(snmpCommunityGetKey),
+              QStringLiteral("s3cret"));
+}
+
+TEST_F(SettingsTest, OverrideWriteKeepsOtherEntriesAndGivenEntriesWin)
+{
+    setVendor(QStringLiteral("Talvo"));
+    writePrefs(
+        QVariantMap{{snmpCommunityGetKey, QStringLiteral("b")}, {snmpCommunitySetKey, QStringLiteral("c")}});
+    ASSERT_TRUE(writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("a")}}));
+    EXPECT_EQ(plist::readFile(prefsPath())->toMap(),
+              (QVariantMap{{snmpCommunityGetKey, QStringLiteral("a")},
+                           {snmpCommunitySetKey, QStringLiteral("c")}}));
+}
+
+TEST_F(SettingsTest, MalformedPreferencesAreKeptAsideNotOverwritten)
+{
+    setVendor(QStringLiteral("Talvo"));
+    const QByteArray damaged = "<?xml version=\"1.0\"?><plist><dict><key>snmpSetCommunity</key><string>c";
+    writeBytes(prefsPath(), damaged);
+
+    ASSERT_TRUE(writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("a")}}));
+    EXPECT_EQ(plist::readFile(prefsPath())->toMap(),
+              (QVariantMap{{snmpCommunityGetKey, QStringLiteral("a")}}));
+    const QStringList kept = QDir(m_dir.filePath(QStringLiteral("config")))
+                                 .entryList({QStringLiteral("com.talvo.installer.plugin.prefs.invalid-*")});
+    ASSERT_EQ(kept.size(), 1);
+    EXPECT_EQ(readBytes(m_dir.filePath(QStringLiteral("config/")) + kept.first()), damaged);
+}
+
+TEST_F(SettingsTest, WithoutVendorWordThereIsNoPreferenceFile)
+{
+    EXPECT_FALSE(filePathForUserPrefs());
+    EXPECT_FALSE(writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("a")}}));
+    EXPECT_FALSE(QDir(m_dir.filePath(QStringLiteral("config"))).exists());
+
+    setVendor(QStringLiteral("Talvo"));
+    EXPECT_EQ(filePathForUserPrefs(), prefsPath());
+}
+
+TEST_F(SettingsTest, VersionTextShowsMissingValuesAsNull)
+{
+    const QString info = m_dir.filePath(QLatin1StringView(kVersionFileName));
+    EXPECT_FALSE(getVersionInfoString(m_dir.path()));
+    ASSERT_TRUE(
+        plist::writeXmlFile(info, QVariantMap{{kBundleShortVersionKey, QStringLiteral("1.0")}}).isOk());
+    EXPECT_EQ(getVersionInfoString(m_dir.path()), QStringLiteral("1.0 ((null))"));
+    EXPECT_EQ(getVersionInfoString(QStringLiteral(TALVO_BUILD_RESOURCE_DIR)), QStringLiteral("1.0.0 (66)"));
+}
+
+TEST(VendorWord, LowerCaseAndCapitalisedForms)
+{
+    const struct
+    {
+        const char* word;
+        const char* lower;
+        const char* caps;
+    } cases[] = {
+        {"Talvo", "talvo", "Talvo"},
+        {"TALVO", "talvo", "Talvo"},
+        {"tALVO systems", "talvo systems", "Talvo Systems"},
+        {"", "", ""},
+    };
+    for (const auto& c : cases) {
+        setVendor(QString::fromUtf8(c.word));
+        EXPECT_EQ(vendor(), QString::fromUtf8(c.lower));
+        EXPECT_EQ(vendorWithCaps(), QString::fromUtf8(c.caps));
+    }
+    setVendor(QString());
+}
+
+// The product file shipped with the driver: every model to discover must be
+// fully described, or the pane would list a printer it cannot set up.
+TEST(ShippedSettings, EveryDiscoveredModelIsFullyDescribed)
+{
+    const auto settings = plist::readFile(QStringLiteral(TALVO_SOURCE_DIR "/resources/PluginSettings.plist"));
+    ASSERT_TRUE(settings);
+    const QVariantMap map = settings->toMap();
+    EXPECT_EQ(map.value(kVendorKey), QStringLiteral("Talvo"));
+    const QVariantMap discovery = map.value(kDiscoverySettingsKey).toMap();
+    for (const Key k : {useBonjourKey, useSorlenDiscoveryKey, useSorlenWalkupKey, useUSBDiscoveryKey})
+        EXPECT_EQ(discovery.value(k), true) << k.data();
+    EXPECT_EQ(discovery.value(snmpCommunityGetKey), QStringLiteral("public"));
+    EXPECT_EQ(discovery.value(snmpCommunitySetKey), QStringLiteral("private"));
+
+    const QVariantMap supported = map.value(kSupportedPrintersKey).toMap();
+    const QStringList models = discovery.value(discoverPrinterTypesKey).toStringList();
+    EXPECT_GE(models.size(), 4);
+    QStringList allOids;
+    for (const QString& model : models) {
+        SCOPED_TRACE(model.toStdString());
+        ASSERT_TRUE(supported.contains(model));
+        const QVariantMap record = supported.value(model).toMap();
+        EXPECT_TRUE(record.value(kPPDFileNameKey).toString().endsWith(QStringLiteral(".ppd.gz")));
+        EXPECT_FALSE(record.value(kPrinterIconImgKey).toString().isEmpty());
+        const QVariant oids = record.value(kSysObjIDKey);
+        const QStringList list =
+            oids.typeId() == QMetaType::QString ? QStringList{oids.toString()} : oids.toStringList();
+        ASSERT_FALSE(list.isEmpty());
+        for (const QString& oid : list)
+            EXPECT_TRUE(oid.startsWith(QStringLiteral(".1.3.6.1.4.1.58101."))) << oid.toStdString();
+        allOids += list;
+    }
+    // One sysObjectID names one model.
+    EXPECT_EQ(allOids.size(), QSet<QString>(allOids.begin(), allOids.end()).size());
+}
+
+} // namespace
+} // namespace talvo
