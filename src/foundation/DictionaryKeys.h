@@ -83,6 +83,12 @@ inline constexpr Key kOIDs{"OIDs"};
 // Icon cache key of the fallback icon.
 inline constexpr Key genericPrinterImageKey{"Generic Printer icon"};
 
+// The SNMP result dictionary: the status of the exchange beside one entry per
+// answered OID under the caller's key.
+inline constexpr Key SNMPQueryOperationResultKey{"SNMPOperationResult"};
+inline constexpr Key SNMPQueryOperationResultStringKey{"SNMPOperationResultString"};
+inline constexpr Key SNMPQueryErrorKey{"SNMPError"};
+
 // "PluginSettings.plist", top level.
 inline constexpr Key kVendorKey{"Vendor"};
 inline constexpr Key kDiscoverySettingsKey{"DiscoverySettings"};
