@@ -1,20 +1,19 @@
-// talvo-printers: the command-line face of the printer setup.
+// talvo-printers: the command-line face of the printer setup (see cli.md in
+// the project's shared documents for the contract).
 
+#include "app/CliSupport.h"
 #include "foundation/DictionaryKeys.h"
+#include "foundation/NetworkAddress.h"
 #include "foundation/Settings.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
-#include <QTextStream>
 
-#include <cstdio>
+#include <arpa/inet.h>
 
-namespace {
-
-enum ExitCode { kOk = 0, kFailed = 1, kBadArguments = 2 };
+namespace talvo::cli {
 
 QTextStream& out()
 {
@@ -28,16 +27,41 @@ QTextStream& err()
     return stream;
 }
 
+std::optional<Subnet> parseSubnet(const QString& text)
+{
+    const QStringList parts = text.split(u'/');
+    if (parts.size() != 2 || !isValidIPAddress(parts[0].toStdString()))
+        return std::nullopt;
+    Subnet subnet;
+    subnet.gateway = inet_addr(parts[0].toLatin1().constData());
+    bool isNumber = false;
+    const int prefix = parts[1].toInt(&isNumber);
+    if (isNumber && !parts[1].contains(u'.')) {
+        if (prefix < 0 || prefix > 32)
+            return std::nullopt;
+        subnet.mask = htonl(prefix == 0 ? 0u : ~0u << (32 - prefix));
+        return subnet;
+    }
+    in_addr mask{};
+    if (inet_pton(AF_INET, parts[1].toLatin1().constData(), &mask) != 1)
+        return std::nullopt;
+    subnet.mask = mask.s_addr;
+    return subnet;
+}
+
+namespace {
+
 void printTree(const QVariant& value, int indent)
 {
     const QString pad(indent * 2, u' ');
+    auto nested = [](const QVariant& v) {
+        return v.typeId() == QMetaType::QVariantMap || v.typeId() == QMetaType::QVariantList;
+    };
     if (value.typeId() == QMetaType::QVariantMap) {
         const QVariantMap map = value.toMap();
         for (auto it = map.cbegin(); it != map.cend(); ++it) {
-            const bool nested =
-                it->typeId() == QMetaType::QVariantMap || it->typeId() == QMetaType::QVariantList;
             out() << pad << it.key() << u':';
-            if (nested) {
+            if (nested(*it)) {
                 out() << Qt::endl;
                 printTree(*it, indent + 1);
             } else {
@@ -47,7 +71,7 @@ void printTree(const QVariant& value, int indent)
     } else if (value.typeId() == QMetaType::QVariantList) {
         for (const QVariant& element : value.toList()) {
             out() << pad << QStringLiteral("- ");
-            if (element.typeId() == QMetaType::QVariantMap || element.typeId() == QMetaType::QVariantList) {
+            if (nested(element)) {
                 out() << Qt::endl;
                 printTree(element, indent + 1);
             } else {
@@ -57,56 +81,64 @@ void printTree(const QVariant& value, int indent)
     }
 }
 
-int showSettings(const QString& settingsFile, bool json)
+int showSettings(const Context& context)
 {
-    const auto settings =
-        settingsFile.isEmpty() ? talvo::getSettingsDict() : talvo::getSettingsDict(settingsFile);
-    if (!settings) {
-        err() << "talvo-printers: cannot read the settings file "
-              << (settingsFile.isEmpty()
-                      ? talvo::pathForPluginResources() + u'/' + QLatin1StringView(talvo::kSettingsFileName)
-                      : settingsFile)
-              << Qt::endl;
-        return kFailed;
-    }
-    talvo::setVendor(settings->value(talvo::kVendorKey).toString());
-    const QString prefs = talvo::filePathForUserPrefs().value_or(QString());
-    if (json) {
-        QJsonObject object = QJsonObject::fromVariantMap(*settings);
+    const QString prefs = filePathForUserPrefs().value_or(QString());
+    if (context.json) {
+        QJsonObject object = QJsonObject::fromVariantMap(context.settings);
         object.insert(QStringLiteral("userPreferencesFile"), prefs);
         out() << QJsonDocument(object).toJson(QJsonDocument::Compact) << Qt::endl;
     } else {
         out() << "User preferences: " << (prefs.isEmpty() ? QStringLiteral("(none)") : prefs) << Qt::endl;
-        printTree(*settings, 0);
+        printTree(context.settings, 0);
     }
     return kOk;
 }
 
+struct Command
+{
+    const char* name;
+    const char* summary;
+    int (*run)(const Context&);
+};
+
+const Command kCommands[] = {
+    {"discover", "find printers and print each once as it is found", &runDiscover},
+    {"settings", "print the plug-in settings merged with the user preferences", &showSettings},
+};
+
 } // namespace
+} // namespace talvo::cli
 
 int main(int argc, char** argv)
 {
+    using namespace talvo::cli;
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("talvo-printers"));
-    QCoreApplication::setApplicationVersion(
-        talvo::getVersionInfoString().value_or(QStringLiteral("(unknown)")));
 
+    QString description = QStringLiteral("Finds Talvo printers and creates their CUPS queues.\n\nCommands:");
+    for (const Command& c : kCommands)
+        description +=
+            QStringLiteral("\n  %1  %2").arg(QLatin1StringView(c.name), -9).arg(QLatin1StringView(c.summary));
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("Finds Talvo printers and creates their CUPS queues.\n\n"
-                       "Commands:\n"
-                       "  settings   print the plug-in settings merged with the user preferences"));
+    parser.setApplicationDescription(description);
     parser.addHelpOption();
+    auto option = [&](QStringList names, const char* text, const char* value = nullptr) {
+        parser.addOption(QCommandLineOption(names, QString::fromLatin1(text),
+                                            value ? QString::fromLatin1(value) : QString()));
+    };
     // Not addVersionOption(): it would take -v, which is --verbose here.
-    const QCommandLineOption versionOption(QStringLiteral("version"), QStringLiteral("Shows the version."));
-    const QCommandLineOption settingsOption(
-        QStringLiteral("settings"), QStringLiteral("The plug-in settings file."), QStringLiteral("PATH"));
-    const QCommandLineOption resourcesOption(QStringLiteral("resources"),
-                                             QStringLiteral("The resources folder."), QStringLiteral("DIR"));
-    const QCommandLineOption jsonOption(QStringLiteral("json"), QStringLiteral("One JSON object per line."));
-    const QCommandLineOption verboseOption({QStringLiteral("v"), QStringLiteral("verbose")},
-                                           QStringLiteral("The system's log lines on standard error."));
-    parser.addOptions({versionOption, settingsOption, resourcesOption, jsonOption, verboseOption});
+    option({QStringLiteral("version")}, "Shows the version.");
+    option({QStringLiteral("settings")}, "The plug-in settings file.", "PATH");
+    option({QStringLiteral("resources")}, "The resources folder.", "DIR");
+    option({QStringLiteral("json")}, "One JSON object per line on standard output.");
+    option({QStringLiteral("v"), QStringLiteral("verbose")}, "The system's log lines on standard error.");
+    option({QStringLiteral("seconds")}, "discover: how long to search (default 12).", "S");
+    option({QStringLiteral("no-broadcast")}, "discover: without the broadcast discovery.");
+    option({QStringLiteral("no-bonjour")}, "discover: without Bonjour.");
+    option({QStringLiteral("no-usb")}, "discover: without USB.");
+    option({QStringLiteral("subnet")}, "discover: also search this network (repeatable).", "GATEWAY/MASK");
+    option({QStringLiteral("address")}, "discover: also ask the printer at this address (repeatable).", "IP");
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("The command to run."));
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -115,25 +147,44 @@ int main(int argc, char** argv)
     }
     if (parser.isSet(QStringLiteral("help")))
         parser.showHelp(kOk);
-    if (parser.isSet(versionOption)) {
-        out() << QCoreApplication::applicationName() << u' ' << QCoreApplication::applicationVersion()
+    if (parser.isSet(QStringLiteral("resources")))
+        talvo::setPluginResourcesPath(parser.value(QStringLiteral("resources")));
+    if (parser.isSet(QStringLiteral("version"))) {
+        out() << "talvo-printers " << talvo::getVersionInfoString().value_or(QStringLiteral("(unknown)"))
               << Qt::endl;
         return kOk;
     }
+    if (!parser.isSet(QStringLiteral("verbose")))
+        QLoggingCategory::setFilterRules(
+            QStringLiteral("talvo.*.debug=false\ntalvo.*.info=false\ntalvo.*.warning=false"));
 
-    if (!parser.isSet(verboseOption))
-        QLoggingCategory::setFilterRules(QStringLiteral("talvo.*.debug=false\ntalvo.*.info=false"));
-    if (parser.isSet(resourcesOption))
-        talvo::setPluginResourcesPath(parser.value(resourcesOption));
-
-    const QStringList commands = parser.positionalArguments();
-    if (commands.size() != 1) {
+    const QStringList positional = parser.positionalArguments();
+    if (positional.size() != 1) {
         err() << "talvo-printers: give one command; see --help" << Qt::endl;
         return kBadArguments;
     }
-    if (commands.first() == u"settings")
-        return showSettings(parser.value(settingsOption), parser.isSet(jsonOption));
+    const Command* command = nullptr;
+    for (const Command& c : kCommands) {
+        if (positional.first() == QLatin1StringView(c.name))
+            command = &c;
+    }
+    if (!command) {
+        err() << "talvo-printers: unknown command " << positional.first() << "; see --help" << Qt::endl;
+        return kBadArguments;
+    }
 
-    err() << "talvo-printers: unknown command " << commands.first() << Qt::endl;
-    return kBadArguments;
+    const QString settingsFile = parser.value(QStringLiteral("settings"));
+    const auto settings =
+        settingsFile.isEmpty() ? talvo::getSettingsDict() : talvo::getSettingsDict(settingsFile);
+    if (!settings) {
+        err() << "talvo-printers: cannot read the settings file "
+              << (settingsFile.isEmpty() ? talvo::pathForPluginResources() + QStringLiteral("/") +
+                                               QLatin1StringView(talvo::kSettingsFileName)
+                                         : settingsFile)
+              << Qt::endl;
+        return kFailed;
+    }
+    // The vendor word names the user preferences that later saves write.
+    talvo::setVendor(settings->value(talvo::kVendorKey).toString());
+    return command->run(Context{parser, *settings, parser.isSet(QStringLiteral("json"))});
 }

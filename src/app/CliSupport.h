@@ -1,0 +1,37 @@
+#pragma once
+
+// What every talvo-printers command shares: the parsed command line, the
+// loaded settings, and output streams that flush each line as it is written,
+// so a reader sees every result as it happens.
+
+#include <QCommandLineParser>
+#include <QTextStream>
+#include <QVariantMap>
+
+namespace talvo::cli {
+
+enum ExitCode { kOk = 0, kFailed = 1, kBadArguments = 2, kTimedOut = 3 };
+
+QTextStream& out();
+QTextStream& err();
+
+struct Context
+{
+    QCommandLineParser& parser;
+    QVariantMap settings; // the plug-in settings, merged with the user preferences
+    bool json = false;
+};
+
+// "GATEWAY/MASK" with a dotted mask or a prefix length, as network-order
+// values; nullopt when either part is not a valid address.
+struct Subnet
+{
+    uint32_t gateway = 0;
+    uint32_t mask = 0;
+    uint32_t broadcast() const { return gateway | ~mask; }
+};
+std::optional<Subnet> parseSubnet(const QString& text);
+
+int runDiscover(const Context& context);
+
+} // namespace talvo::cli

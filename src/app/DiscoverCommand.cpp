@@ -1,0 +1,90 @@
+// talvo-printers discover: the engine run for a while, every printer printed
+// once as it is announced.
+
+#include "app/CliSupport.h"
+#include "app/PrinterJson.h"
+#include "discovery/PrinterDiscoveryEngine.h"
+#include "foundation/DictionaryKeys.h"
+#include "foundation/NetworkAddress.h"
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QTimer>
+
+#include <arpa/inet.h>
+
+namespace talvo::cli {
+
+int runDiscover(const Context& context)
+{
+    const QCommandLineParser& parser = context.parser;
+    bool ok = true;
+    const double seconds = parser.isSet(QStringLiteral("seconds"))
+                               ? parser.value(QStringLiteral("seconds")).toDouble(&ok)
+                               : 12.0;
+    if (!ok || seconds <= 0) {
+        err() << "talvo-printers: --seconds takes a positive number" << Qt::endl;
+        return kBadArguments;
+    }
+    std::vector<Subnet> subnets;
+    for (const QString& text : parser.values(QStringLiteral("subnet"))) {
+        const auto subnet = parseSubnet(text);
+        if (!subnet) {
+            err() << "talvo-printers: --subnet " << text
+                  << ": expected GATEWAY/MASK, e.g. 10.1.2.0/255.255.255.0" << Qt::endl;
+            return kBadArguments;
+        }
+        subnets.push_back(*subnet);
+    }
+    std::vector<uint32_t> addresses;
+    for (const QString& text : parser.values(QStringLiteral("address"))) {
+        if (!isValidIPAddress(text.toStdString())) {
+            err() << "talvo-printers: --address " << text << ": not an IPv4 address" << Qt::endl;
+            return kBadArguments;
+        }
+        addresses.push_back(inet_addr(text.toLatin1().constData()));
+    }
+
+    PrinterDiscoveryEngine engine(context.settings.value(kDiscoverySettingsKey).toMap());
+    if (parser.isSet(QStringLiteral("no-broadcast")))
+        engine.setSorlenDiscoveryEnabled(false);
+    if (parser.isSet(QStringLiteral("no-bonjour")))
+        engine.setBonjourEnabled(false);
+    if (parser.isSet(QStringLiteral("no-usb")))
+        engine.setUseUSBDiscovery(false);
+    // Walkup answers printers with the user's name: it has its own command.
+    engine.setSorlenWalkupEnabled(false);
+
+    QList<QVariantMap> seen;
+    QObject::connect(&engine, &PrinterDiscoveryEngine::printerDiscovered, [&](const QVariantMap& printer) {
+        if (samePrinterSeen(seen, printer))
+            return;
+        seen << printer;
+        if (context.json)
+            out() << QJsonDocument(printerToJson(printer)).toJson(QJsonDocument::Compact) << Qt::endl;
+        else
+            out() << printerToText(printer) << Qt::endl;
+    });
+
+    engine.addSubnetsForInterfaces();
+    engine.startDiscovery();
+    for (const Subnet& s : subnets)
+        engine.addBroadCastAddressForSearch(s.broadcast());
+    for (const uint32_t a : addresses)
+        engine.addPrinterForSearchFromOtherThread(a);
+    if (!context.json)
+        err() << "Searching for printers for " << seconds << " s on "
+              << (engine.knownSearchSubnets().isEmpty()
+                      ? QStringLiteral("no network")
+                      : engine.knownSearchSubnets().join(QStringLiteral(", ")))
+              << Qt::endl;
+
+    QTimer::singleShot(static_cast<int>(seconds * 1000), qApp, &QCoreApplication::quit);
+    QCoreApplication::exec();
+    engine.stopDiscovery();
+    if (!context.json)
+        err() << seen.size() << (seen.size() == 1 ? " printer" : " printers") << " found." << Qt::endl;
+    return kOk;
+}
+
+} // namespace talvo::cli

@@ -1,0 +1,58 @@
+#include "app/PrinterJson.h"
+
+#include "foundation/DictionaryKeys.h"
+
+#include <QJsonValue>
+
+namespace talvo::cli {
+
+QJsonObject printerToJson(const QVariantMap& printer)
+{
+    QJsonObject object;
+    for (auto it = printer.cbegin(); it != printer.cend(); ++it) {
+        const QVariant& v = it.value();
+        switch (v.typeId()) {
+        case QMetaType::QString:
+        case QMetaType::Bool:
+        case QMetaType::Int:
+        case QMetaType::UInt:
+        case QMetaType::LongLong:
+        case QMetaType::ULongLong:
+        case QMetaType::Double:
+            object.insert(it.key(), QJsonValue::fromVariant(v));
+            break;
+        default:
+            break; // images, styled text and other values that are not plain
+        }
+    }
+    return object;
+}
+
+QString printerToText(const QVariantMap& printer)
+{
+    const auto field = [&](Key key) { return printer.value(key).toString(); };
+    QString line =
+        QStringLiteral("%1  %2").arg(field(kPrinterModelStrKey), -16).arg(field(kIPAddrStrKey), -15);
+    if (!field(kDnsNameKey).isEmpty())
+        line += QStringLiteral("  ") + field(kDnsNameKey);
+    line += QStringLiteral("  [%1]").arg(field(kQueueConnectionTypeStrKey));
+    if (!field(kCUPSQueueNameKey).isEmpty())
+        line += QStringLiteral("  queue %1  %2").arg(field(kCUPSQueueNameKey), field(kCUPSPrinterURIKey));
+    return line;
+}
+
+bool samePrinterSeen(const QList<QVariantMap>& seen, const QVariantMap& printer)
+{
+    const QString address = printer.value(kIPAddrStrKey).toString();
+    if (address.isEmpty())
+        return false;
+    const QVariant type = printer.value(kQueueConnectionTypeStrKey);
+    for (const QVariantMap& other : seen) {
+        if (other.value(kQueueConnectionTypeStrKey) == type &&
+            other.value(kIPAddrStrKey).toString() == address)
+            return true;
+    }
+    return false;
+}
+
+} // namespace talvo::cli

@@ -1,0 +1,89 @@
+#include "discovery/DatagramSocket.h"
+
+#include "discovery/DiscoveryLog.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+Q_LOGGING_CATEGORY(lcDiscovery, "talvo.discovery")
+
+namespace talvo {
+
+void logSystemError(int error)
+{
+    qCWarning(lcDiscovery) << "NSGenericException" << strerror(error);
+}
+
+Datagram readWithAddresses(int fd, int bufferSize)
+{
+    Datagram d;
+    d.bytes.resize(bufferSize);
+    sockaddr_in from{};
+    iovec iov{d.bytes.data(), static_cast<size_t>(bufferSize)};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo)) + 64];
+    msghdr msg{};
+    msg.msg_name = &from;
+    msg.msg_namelen = sizeof from;
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof control;
+
+    const ssize_t n = ::recvmsg(fd, &msg, MSG_DONTWAIT);
+    if (n < 0) {
+        d.error = errno;
+        d.bytes.clear();
+        return d;
+    }
+    d.count = static_cast<int>(n);
+    d.bytes.resize(d.count);
+    d.source = from.sin_addr.s_addr;
+    if (msg.msg_flags & MSG_CTRUNC)
+        qCWarning(lcDiscovery, "ancillary buffer too small!");
+    d.truncated = (msg.msg_flags & MSG_TRUNC) != 0;
+    if (d.truncated)
+        return d;
+    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c)) {
+        if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO) {
+            in_pktinfo info{};
+            std::memcpy(&info, CMSG_DATA(c), sizeof info);
+            d.destination = info.ipi_addr.s_addr;
+            d.interfaceIndex = info.ipi_ifindex;
+        } else {
+            qCWarning(lcDiscovery, "Received unknown ancillary data: level = %d, type = %d", c->cmsg_level,
+                      c->cmsg_type);
+        }
+    }
+    return d;
+}
+
+int openDiscoverySocket()
+{
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        logSystemError(errno);
+        return -1;
+    }
+    const int on = 1;
+    auto step = [](int result) {
+        if (result != 0)
+            logSystemError(errno);
+    };
+    step(::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on));
+    step(::setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof on));
+    step(::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK));
+    sockaddr_in any{};
+    any.sin_family = AF_INET;
+    any.sin_addr.s_addr = htonl(INADDR_ANY);
+    any.sin_port = 0;
+    step(::bind(fd, reinterpret_cast<sockaddr*>(&any), sizeof any));
+    return fd;
+}
+
+} // namespace talvo
