@@ -1,0 +1,389 @@
+// talvo-printer-sim seen from the network, as discovery sees it: who answers
+// which request, from which address, with which bytes; what its snmpd agents
+// answer; what it logs; and that its agents never outlive it.
+#include "discovery/BroadcastPacket.h"
+#include "fixtures/DaemonRunner.h"
+#include "fixtures/NetworkSandbox.h"
+#include "fixtures/ScopedNetns.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <thread>
+
+using namespace talvo;
+using namespace talvo::test;
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString kSim = QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim");
+const QString kSettings = QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist");
+
+sockaddr_in socketAddress(const QString& address, uint16_t port)
+{
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    ::inet_pton(AF_INET, address.toLatin1().constData(), &result.sin_addr);
+    return result;
+}
+
+struct Datagram
+{
+    QString source; // "A.B.C.D:PORT"
+    QByteArray payload;
+};
+
+// A UDP socket living in a sandbox host, as the discovery engine opens one.
+class Client
+{
+public:
+    Client(const NetworkSandbox& sandbox, const QString& host)
+    {
+        const ScopedNetns inside(sandbox, host);
+        m_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const int on = 1;
+        ::setsockopt(m_fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
+        sockaddr_in any = socketAddress(u"0.0.0.0"_s, 0);
+        socklen_t length = sizeof any;
+        ::bind(m_fd, reinterpret_cast<sockaddr*>(&any), length);
+        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&any), &length);
+        m_port = ntohs(any.sin_port);
+    }
+    ~Client() { ::close(m_fd); }
+    uint16_t port() const { return m_port; }
+
+    void send(const QString& address, const QByteArray& payload, uint16_t port = 1200) const
+    {
+        const sockaddr_in to = socketAddress(address, port);
+        ASSERT_EQ(::sendto(m_fd, payload.constData(), static_cast<size_t>(payload.size()), 0,
+                           reinterpret_cast<const sockaddr*>(&to), sizeof to),
+                  payload.size());
+    }
+    std::optional<Datagram> receive(std::chrono::milliseconds timeout) const
+    {
+        pollfd ready{m_fd, POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(timeout.count())) != 1)
+            return std::nullopt;
+        char buffer[2048];
+        sockaddr_in from{};
+        socklen_t length = sizeof from;
+        const ssize_t got =
+            ::recvfrom(m_fd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
+        if (got < 0)
+            return std::nullopt;
+        char text[INET_ADDRSTRLEN] = {};
+        ::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text);
+        return Datagram{QString::fromLatin1(text) + u':' + QString::number(ntohs(from.sin_port)),
+                        QByteArray(buffer, static_cast<qsizetype>(got))};
+    }
+
+private:
+    int m_fd = -1;
+    uint16_t m_port = 0;
+};
+
+QByteArray request(const QStringList& known = {})
+{
+    return broadcast::buildRequest(socketAddress(u"10.77.0.12"_s, 0).sin_addr.s_addr, known).datagram;
+}
+
+// The simulator's events so far, from the log its standard output goes to.
+std::vector<QJsonObject> events(const DaemonRunner& sim)
+{
+    std::vector<QJsonObject> result;
+    for (const QByteArray& line : sim.log().split('\n')) {
+        if (line.startsWith('{'))
+            result.push_back(QJsonDocument::fromJson(line).object());
+    }
+    return result;
+}
+
+std::optional<QJsonObject> findEvent(const DaemonRunner& sim, const QString& event, const QString& from)
+{
+    for (const QJsonObject& e : events(sim)) {
+        if (e[u"event"_s] == event && e[u"from"_s] == from)
+            return e;
+    }
+    return std::nullopt;
+}
+
+bool waitFor(const std::function<bool()>& condition, std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+// True when no process `pid` is left, or only its zombie.
+bool gone(pid_t pid)
+{
+    QFile stat(u"/proc/%1/stat"_s.arg(pid));
+    return !stat.open(QIODevice::ReadOnly) || stat.readAll().split(')').value(1).startsWith(" Z");
+}
+
+// The simulator's children (its snmpd agents).
+QList<pid_t> childrenOf(pid_t pid)
+{
+    QFile file(u"/proc/%1/task/%1/children"_s.arg(pid));
+    QList<pid_t> result;
+    if (file.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& item : file.readAll().split(' '))
+            if (!item.trimmed().isEmpty())
+                result << item.toInt();
+    }
+    return result;
+}
+
+// One sandbox and one simulator for the suite: starting snmpd is what costs.
+class PrinterSimTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        s_sandbox = std::make_unique<NetworkSandbox>();
+        s_sandbox->addHost(u"printers"_s, u"10.77.0.11/24"_s);
+        for (int last = 20; last <= 27; ++last)
+            s_sandbox->addAddress(u"printers"_s, u"10.77.0.%1/24"_s.arg(last));
+        s_sandbox->addHost(u"client"_s, u"10.77.0.12/24"_s);
+        s_sandbox->addHost(u"other"_s, u"10.77.0.13/24"_s);
+        s_sandbox->addAddress(u"other"_s, u"10.77.0.40/24"_s);
+
+        s_sim = std::make_unique<DaemonRunner>();
+        s_ready = startSim(*s_sim, u"printers"_s,
+                           {u"model=Model 4000,address=10.77.0.20,mac=00:80:92:aa:bb:01,cache=10.77.5.1"_s,
+                            u"model=Model 6500,address=10.77.0.21,reply-address=10.99.0.21,reply=duplicate,"
+                            u"snmp=nosuchname,cache=10.77.6.1,cache-firmware=3.0"_s,
+                            u"model=M,address=10.77.0.22,reply=bad-magic,snmp=none"_s,
+                            u"model=M,address=10.77.0.23,reply=bad-length,snmp=none"_s,
+                            u"model=M,address=10.77.0.24,reply=long-text,snmp=none"_s,
+                            u"model=M,address=10.77.0.25,reply=length-0x80,snmp=none"_s,
+                            u"model=M,address=10.77.0.26,reply=short,snmp=silent"_s,
+                            u"model=Model 1234,address=10.77.0.27,reply=silent"_s});
+    }
+    static void TearDownTestSuite()
+    {
+        s_sim.reset();
+        s_sandbox.reset();
+    }
+    void SetUp() override { ASSERT_TRUE(s_ready) << s_sim->failureMessage().toStdString(); }
+
+    // Its work folder goes into the runner's, which is removed even after a SIGKILL.
+    static bool startSim(DaemonRunner& sim, const QString& host, const QStringList& printers,
+                         const QStringList& options = {})
+    {
+        QStringList argv{kSim, u"--settings"_s, kSettings};
+        for (const QString& p : printers)
+            argv << u"--printer"_s << p;
+        sim.start(argv + options, {.networkNamespace = s_sandbox->namespaceName(host),
+                                   .environment = {u"TMPDIR="_s + sim.directory()}});
+        return sim.waitUntilReady([&] { return sim.logContains(R"({"event":"ready")"); }, 10s);
+    }
+
+    static CommandResult snmpget(const QString& address, const QStringList& oids)
+    {
+        return s_sandbox->runIn(u"client"_s, QStringList{u"snmpget"_s, u"-v1"_s, u"-cpublic"_s, u"-r1"_s,
+                                                         u"-t1"_s, u"-Onqv"_s, u"-m"_s, QString(), address} +
+                                                 oids);
+    }
+
+    static inline std::unique_ptr<NetworkSandbox> s_sandbox;
+    static inline std::unique_ptr<DaemonRunner> s_sim;
+    static inline bool s_ready = false;
+};
+
+TEST_F(PrinterSimTest, BroadcastIsAnsweredByEveryPrinterFromItsOwnAddress)
+{
+    const Client client(*s_sandbox, u"client"_s);
+    client.send(u"10.77.0.255"_s, request());
+
+    std::map<QString, QList<QByteArray>> bySource;
+    for (int expected = 8; expected > 0; --expected) {
+        const std::optional<Datagram> d = client.receive(2s);
+        ASSERT_TRUE(d) << "replies so far from " << bySource.size() << " printers";
+        bySource[d->source] << d->payload;
+    }
+    EXPECT_FALSE(client.receive(100ms)) << "an extra reply";
+
+    const auto only = [&](const char* source) { return bySource[QLatin1StringView(source)].value(0); };
+    const auto normal = broadcast::parseReply(only("10.77.0.20:1200"));
+    ASSERT_TRUE(normal);
+    EXPECT_EQ(normal->model, u"Model 4000"_s);
+    EXPECT_EQ(normal->address, u"10.77.0.20"_s);
+    EXPECT_EQ(normal->mac, u"00:80:92:aa:bb:01"_s);
+
+    const QList<QByteArray> twice = bySource[u"10.77.0.21:1200"_s];
+    ASSERT_EQ(twice.size(), 2);
+    EXPECT_EQ(twice[0], twice[1]);
+    const auto duplicate = broadcast::parseReply(twice[0]);
+    ASSERT_TRUE(duplicate);
+    EXPECT_EQ(duplicate->address, u"10.99.0.21"_s) << "the reply-address is not the one carried";
+
+    for (const char* malformed :
+         {"10.77.0.22:1200", "10.77.0.23:1200", "10.77.0.24:1200", "10.77.0.25:1200", "10.77.0.26:1200"})
+        EXPECT_FALSE(broadcast::parseReply(only(malformed))) << malformed << " sent a well-formed reply";
+    EXPECT_LT(only("10.77.0.26:1200").size(), 8);
+    EXPECT_EQ(bySource.count(u"10.77.0.27:1200"_s), 0u) << "a silent printer replied";
+}
+
+TEST_F(PrinterSimTest, UnicastIsAnsweredOnlyByTheAddressedPrinter)
+{
+    const Client client(*s_sandbox, u"client"_s);
+    client.send(u"10.77.0.11"_s, request()); // the host's own address: no printer's
+    client.send(u"10.77.0.20"_s, request());
+
+    const std::optional<Datagram> reply = client.receive(2s);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->source, u"10.77.0.20:1200"_s);
+    EXPECT_FALSE(client.receive(100ms)) << "a second reply";
+}
+
+TEST_F(PrinterSimTest, RequestEventShowsReplyAddrKnownListAndInterface)
+{
+    const Client client(*s_sandbox, u"client"_s);
+    const QString from = u"10.77.0.12:"_s + QString::number(client.port());
+    client.send(u"10.77.0.20"_s, request({u"10.77.0.20"_s, u"10.77.1.7"_s}));
+    ASSERT_TRUE(client.receive(2s));
+
+    const std::optional<QJsonObject> event = findEvent(*s_sim, u"request"_s, from);
+    ASSERT_TRUE(event) << s_sim->logTail().toStdString();
+    EXPECT_EQ((*event)[u"to"_s], u"10.77.0.20"_s);
+    EXPECT_EQ((*event)[u"interface"_s].toInt(), static_cast<int>(s_sandbox->interfaceIndex(u"printers"_s)));
+    EXPECT_EQ((*event)[u"replyAddr"_s], u"10.77.0.12"_s);
+    EXPECT_EQ((*event)[u"known"_s].toArray(), QJsonArray({u"10.77.0.20"_s, u"10.77.1.7"_s}));
+    // Logged once sent, so it may follow the datagram's arrival by a moment.
+    EXPECT_TRUE(waitFor(
+        [] { return s_sim->logContains(R"({"event":"reply","printer":"10.77.0.20","kind":"normal"})"); },
+        2s));
+}
+
+TEST_F(PrinterSimTest, MalformedRequestIsDroppedAndLogged)
+{
+    const Client client(*s_sandbox, u"client"_s);
+    const QString from = u"10.77.0.12:"_s + QString::number(client.port());
+    client.send(u"10.77.0.20"_s, request().chopped(1)); // its length field now says one byte more
+
+    EXPECT_TRUE(waitFor([&] { return findEvent(*s_sim, u"dropped"_s, from).has_value(); }, 2s))
+        << s_sim->logTail().toStdString();
+    EXPECT_FALSE(findEvent(*s_sim, u"request"_s, from));
+    EXPECT_FALSE(client.receive(100ms)) << "a malformed request was answered";
+}
+
+TEST_F(PrinterSimTest, AgentsAnswerTheModelsObjectIdAndTheKnownNetworkCache)
+{
+    const QString cache35 = u".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.22510000"_s;
+    CommandResult r = snmpget(u"10.77.0.20"_s, {u".1.3.6.1.2.1.1.2.0"_s, u".1.3.6.1.2.1.43.5.1.1.16.1"_s,
+                                                cache35, u".1.3.6.1.4.1.58101.8.64.4.2.1.7.2.22521000"_s,
+                                                u".1.3.6.1.4.1.58101.8.64.4.2.1.7.2.22522000"_s});
+    EXPECT_EQ(r.standardOutput, ".1.3.6.1.4.1.58101.1.4000\n\"talvo-0-20\"\n1\n\"10.77.5.1\"\n\"0.0.0.0\"\n")
+        << r.describe().toStdString();
+
+    // Firmware 3.0 numbering, the first of the model's object IDs.
+    r = snmpget(u"10.77.0.21"_s, {u".1.3.6.1.2.1.1.2.0"_s, u".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.99"_s,
+                                  u".1.3.6.1.4.1.58101.8.64.4.2.1.7.2.100"_s});
+    EXPECT_EQ(r.standardOutput, ".1.3.6.1.4.1.58101.1.6500\n1\n\"10.77.6.1\"\n")
+        << r.describe().toStdString();
+    r = snmpget(u"10.77.0.21"_s, {u".1.3.6.1.2.1.43.5.1.1.16.1"_s});
+    EXPECT_TRUE(r.standardError.contains("noSuchName")) << r.describe().toStdString();
+
+    // A model the settings do not know, no cache.
+    r = snmpget(u"10.77.0.27"_s, {u".1.3.6.1.2.1.1.2.0"_s, cache35});
+    EXPECT_EQ(r.standardOutput, ".1.3.6.1.4.1.58101.1.99999\n0\n") << r.describe().toStdString();
+}
+
+TEST_F(PrinterSimTest, SilentAgentSwallowsQueriesWhereNoAgentRefusesThem)
+{
+    // A connected UDP socket learns of "port unreachable" as ECONNREFUSED.
+    const auto refused = [](const QString& address) {
+        const ScopedNetns inside(*s_sandbox, u"client"_s);
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        const sockaddr_in to = socketAddress(address, 161);
+        ::connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+        [[maybe_unused]] auto sent = ::send(fd, "x", 1, 0);
+        pollfd ready{fd, POLLIN, 0};
+        char byte = 0;
+        const bool result =
+            ::poll(&ready, 1, 300) == 1 && ::recv(fd, &byte, 1, 0) < 0 && errno == ECONNREFUSED;
+        ::close(fd);
+        return result;
+    };
+    EXPECT_TRUE(refused(u"10.77.0.22"_s));
+    EXPECT_FALSE(refused(u"10.77.0.26"_s));
+}
+
+// 150 addresses: more than snmpd's "agentaddress" text holds.
+TEST_F(PrinterSimTest, OneSharedAgentServesManyPrintersFromAJsonFileAndTermStopsIt)
+{
+    DaemonRunner sim;
+    QJsonArray printers;
+    QByteArray addresses;
+    for (int last = 100; last < 250; ++last) {
+        printers.append(
+            QJsonObject{{u"model"_s, u"Model 4000"_s}, {u"address"_s, u"10.77.0.%1"_s.arg(last)}});
+        addresses += "address add 10.77.0." + QByteArray::number(last) + "/24 brd + dev eth0\n";
+    }
+    const CommandResult added =
+        s_sandbox->runIn(u"other"_s, {u"ip"_s, u"-batch"_s, sim.writeFile(u"addresses"_s, addresses)});
+    ASSERT_TRUE(added.succeeded()) << added.describe().toStdString();
+    const QString json = sim.writeFile(u"printers.json"_s, QJsonDocument(printers).toJson());
+
+    ASSERT_TRUE(
+        startSim(sim, u"other"_s, {}, {u"--printers"_s, json, u"--shared-snmpd"_s, u"--minimal-snmpd"_s}))
+        << sim.failureMessage().toStdString();
+    EXPECT_TRUE(sim.logContains(R"({"event":"ready","printers":150,"agents":1})"))
+        << sim.logTail().toStdString();
+    const QList<pid_t> agents = childrenOf(sim.pid());
+    ASSERT_EQ(agents.size(), 1);
+    const CommandResult r = snmpget(u"10.77.0.249"_s, {u".1.3.6.1.2.1.1.5.0"_s, u".1.3.6.1.2.1.1.2.0"_s,
+                                                       u".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.22510000"_s});
+    EXPECT_EQ(r.standardOutput, "\"talvo-0-100\"\n.1.3.6.1.4.1.58101.1.4000\n0\n")
+        << r.describe().toStdString();
+
+    sim.stop();
+    EXPECT_TRUE(gone(agents[0])) << "snmpd outlived the simulator";
+}
+
+TEST_F(PrinterSimTest, AgentsDieWithAKilledSimulator)
+{
+    DaemonRunner sim;
+    ASSERT_TRUE(startSim(sim, u"other"_s, {u"model=Model 4000,address=10.77.0.40"_s}))
+        << sim.failureMessage().toStdString();
+    const QList<pid_t> agents = childrenOf(sim.pid());
+    ASSERT_EQ(agents.size(), 1);
+
+    ::kill(sim.pid(), SIGKILL);
+    EXPECT_TRUE(waitFor([&] { return gone(agents[0]); }, 2s)) << "snmpd outlived the simulator";
+}
+
+TEST_F(PrinterSimTest, AnAddressTheNamespaceLacksIsAClearError)
+{
+    const CommandResult r =
+        s_sandbox->runIn(u"client"_s, {kSim, u"--printer"_s, u"model=M,address=10.77.0.99,snmp=none"_s});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(r.standardError.contains("10.77.0.99 is not an address of this network namespace"))
+        << r.describe().toStdString();
+}
+
+} // namespace
