@@ -31,14 +31,15 @@ QJsonObject printerToJson(const QVariantMap& printer)
 QString printerToText(const QVariantMap& printer)
 {
     const auto field = [&](Key key) { return printer.value(key).toString(); };
-    QString line =
-        QStringLiteral("%1  %2").arg(field(kPrinterModelStrKey), -16).arg(field(kIPAddrStrKey), -15);
-    if (!field(kDnsNameKey).isEmpty())
-        line += QStringLiteral("  ") + field(kDnsNameKey);
-    line += QStringLiteral("  [%1]").arg(field(kQueueConnectionTypeStrKey));
+    const QString name = field(kDnsNameKey).isEmpty() ? QStringLiteral("-") : field(kDnsNameKey);
+    QString line = QStringLiteral("%1  %2  %3  %4")
+                       .arg(field(kPrinterModelStrKey), -16)
+                       .arg(field(kIPAddrStrKey), -15)
+                       .arg(name, -16)
+                       .arg(field(kQueueConnectionTypeStrKey), -7);
     if (!field(kCUPSQueueNameKey).isEmpty())
-        line += QStringLiteral("  queue %1  %2").arg(field(kCUPSQueueNameKey), field(kCUPSPrinterURIKey));
-    return line;
+        line += QStringLiteral("  queue %1 at %2").arg(field(kCUPSQueueNameKey), field(kCUPSPrinterURIKey));
+    return line.trimmed();
 }
 
 bool samePrinterSeen(const QList<QVariantMap>& seen, const QVariantMap& printer)

@@ -198,7 +198,13 @@ void PrinterDiscoveryEngine::stopDiscovery()
 {
     if (!m_discoveryStarted)
         return;
-    m_discoveryStarted = false;
+    {
+        // Under the hand-over lock, so a poster waiting for the work thread
+        // cannot miss that it will wait no more.
+        std::lock_guard lock(m_handOverMutex);
+        m_discoveryStarted = false;
+    }
+    m_handOverFree.notify_all();
     if (m_workThread.joinable()) {
         m_workThread.request_stop();
         wake();
@@ -268,7 +274,12 @@ void PrinterDiscoveryEngine::takeManualAddress()
 void PrinterDiscoveryEngine::addPrinterForSearchFromOtherThread(uint32_t address)
 {
     std::unique_lock lock(m_handOverMutex);
-    m_handOverFree.wait(lock, [this] { return m_handOverCondition == 0; });
+    // Only a running work thread frees the hand-over: a stopped engine must
+    // not block its caller for ever, so it keeps the newest address instead.
+    m_handOverFree.wait(lock, [this] { return m_handOverCondition == 0 || !m_discoveryStarted; });
+    if (m_handOverCondition == 1)
+        qCWarning(lcDiscovery).noquote() << "discovery is stopped; the address"
+                                         << stringForInetAddr(m_manualAddPrinterAddr) << "is replaced";
     m_manualAddPrinterAddr = address;
     m_handOverCondition = 1;
     lock.unlock();

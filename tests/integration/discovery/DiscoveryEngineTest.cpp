@@ -1,0 +1,334 @@
+// The discovery engine against simulated printers (talvo-printer-sim with a
+// real snmpd per printer) in a sandbox network.
+
+#include "discovery/PrinterDiscoveryEngine.h"
+#include "fixtures/DaemonRunner.h"
+#include "fixtures/NetworkSandbox.h"
+#include "fixtures/ScopedNetns.h"
+#include "foundation/DictionaryKeys.h"
+#include "foundation/Settings.h"
+
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <arpa/inet.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <memory>
+#include <thread>
+
+namespace talvo {
+namespace {
+
+using namespace std::chrono_literals;
+using test::DaemonOptions;
+using test::DaemonRunner;
+using test::NetworkSandbox;
+using test::ScopedNetns;
+
+// Runs the event loop until `done` holds or the time is up.
+bool processEventsUntil(const std::function<bool()>& done, std::chrono::milliseconds limit)
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+void processEventsFor(std::chrono::milliseconds time)
+{
+    processEventsUntil([] { return false; }, time);
+}
+
+// Simulated printers in one host of the sandbox.
+class PrinterSim
+{
+public:
+    PrinterSim(const NetworkSandbox& sandbox, const QString& host, const QStringList& printers)
+    {
+        QStringList argv{QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim"), QStringLiteral("--settings"),
+                         QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist")};
+        for (const QString& p : printers)
+            argv << QStringLiteral("--printer") << p;
+        DaemonOptions options;
+        options.networkNamespace = sandbox.namespaceName(host);
+        m_daemon.start(argv, options);
+        m_ready =
+            m_daemon.waitUntilReady([this] { return m_daemon.logContains("\"event\":\"ready\""); }, 20s);
+    }
+    bool ready() const { return m_ready; }
+    QString failure() const { return m_daemon.failureMessage(); }
+    // The simulator's events of one kind, oldest first.
+    QList<QJsonObject> events(const char* kind) const
+    {
+        QList<QJsonObject> found;
+        for (const QByteArray& line : m_daemon.log().split('\n')) {
+            const QJsonObject event = QJsonDocument::fromJson(line).object();
+            if (event.value(QStringLiteral("event")).toString() == QLatin1StringView(kind))
+                found << event;
+        }
+        return found;
+    }
+
+private:
+    DaemonRunner m_daemon;
+    bool m_ready = false;
+};
+
+// An engine living in the sandbox's client host, collecting announcements.
+class EngineInHost
+{
+public:
+    EngineInHost(const NetworkSandbox& sandbox, const QString& host) : m_inside(sandbox, host)
+    {
+        const QVariantMap settings{{QString(useSorlenDiscoveryKey), true},
+                                   {QString(discoverPrinterTypesKey),
+                                    QStringList{QStringLiteral("Model 4000"), QStringLiteral("Model 8560")}},
+                                   {QString(snmpCommunityGetKey), QStringLiteral("public")},
+                                   {QString(snmpCommunitySetKey), QStringLiteral("private")}};
+        engine = std::make_unique<PrinterDiscoveryEngine>(settings);
+        QObject::connect(engine.get(), &PrinterDiscoveryEngine::printerDiscovered,
+                         [this](const QVariantMap& p) { announced << p; });
+    }
+    ~EngineInHost() { engine.reset(); }
+
+    void start()
+    {
+        engine->addSubnetsForInterfaces();
+        engine->startDiscovery();
+    }
+    QVariantMap byAddress(const QString& address) const
+    {
+        for (const QVariantMap& p : announced) {
+            if (p.value(kIPAddrStrKey).toString() == address)
+                return p;
+        }
+        return {};
+    }
+
+    ScopedNetns m_inside; // sockets and threads the engine makes live in the host
+    std::unique_ptr<PrinterDiscoveryEngine> engine;
+    QList<QVariantMap> announced;
+};
+
+QString printerSpec(const char* spec)
+{
+    return QString::fromLatin1(spec);
+}
+
+class LocalNetworkTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        m_sandbox.addHost(QStringLiteral("client"), QStringLiteral("10.77.0.10/24"));
+        m_sandbox.addHost(QStringLiteral("printers"), QStringLiteral("10.77.0.20/24"));
+        for (const char* extra : {"10.77.0.21/24", "10.77.0.22/24", "10.77.0.23/24", "10.77.0.24/24",
+                                  "10.77.0.25/24", "10.77.0.26/24", "10.77.0.27/24", "10.79.0.5/24"})
+            m_sandbox.addAddress(QStringLiteral("printers"), QString::fromLatin1(extra));
+    }
+    NetworkSandbox m_sandbox;
+};
+
+TEST_F(LocalNetworkTest, SupportedPrintersAreIdentifiedAndAnnouncedOnceEach)
+{
+    PrinterSim sim(
+        m_sandbox, QStringLiteral("printers"),
+        {printerSpec("model=Model 4000,address=10.77.0.20,mac=00:80:92:00:00:20,sysname=office-4000"),
+         printerSpec("model=Model 8560,address=10.77.0.21,mac=00:80:92:00:00:21,snmp=nosuchname"),
+         printerSpec("model=Model 1200,address=10.77.0.22,mac=00:80:92:00:00:22")});
+    ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    EngineInHost client(m_sandbox, QStringLiteral("client"));
+    client.start();
+
+    ASSERT_TRUE(processEventsUntil([&] { return client.announced.size() >= 2; }, 8s));
+    client.engine->broadcast(); // a second round: nothing new may be announced
+    processEventsFor(1500ms);
+    ASSERT_EQ(client.announced.size(), 2);
+
+    const QVariantMap named = client.byAddress(QStringLiteral("10.77.0.20"));
+    EXPECT_EQ(named.value(kPrinterModelStrKey), QStringLiteral("Model 4000"));
+    EXPECT_EQ(named.value(kMacAddrStrKey), QStringLiteral("00:80:92:00:00:20"));
+    EXPECT_EQ(named.value(kQueueConnectionTypeStrKey), QStringLiteral("Raw TCP"));
+    EXPECT_EQ(named.value(kIPAddressNumberKey).toULongLong(), inet_addr("10.77.0.20"));
+    EXPECT_EQ(named.value(kSNMPObjIDKey), QStringLiteral("1.3.6.1.4.1.58101.1.4000"));
+    EXPECT_EQ(named.value(kDnsNameKey), QStringLiteral("office-4000"));
+    EXPECT_FALSE(named.value(kSNMPDescKey).toString().isEmpty());
+    EXPECT_EQ(named.value(kCUPSQueueNameKey), QStringLiteral("office_4000"));
+    EXPECT_EQ(named.value(kCUPSPrinterURIKey), QStringLiteral("lpd://10.77.0.20"));
+    EXPECT_EQ(named.value(kCUPSQueueDescKey), QStringLiteral("Model 4000 \"office-4000\""));
+
+    // noSuchName from its agent: announced with what discovery gave it.
+    const QVariantMap unnamed = client.byAddress(QStringLiteral("10.77.0.21"));
+    EXPECT_EQ(unnamed.value(kPrinterModelStrKey), QStringLiteral("Model 8560"));
+    EXPECT_FALSE(unnamed.contains(kDnsNameKey));
+    EXPECT_FALSE(unnamed.contains(kSNMPObjIDKey));
+    EXPECT_EQ(unnamed.value(kCUPSQueueNameKey), QStringLiteral("_10_77_0_21"));
+    EXPECT_EQ(unnamed.value(kCUPSPrinterURIKey), QStringLiteral("lpd://10.77.0.21"));
+    EXPECT_EQ(unnamed.value(kCUPSQueueDescKey), QStringLiteral("Model 8560 \"10.77.0.21\""));
+
+    // Requests name the client's address and, once printers answered, them.
+    const QList<QJsonObject> requests = sim.events("request");
+    ASSERT_GE(requests.size(), 2);
+    EXPECT_EQ(requests.first().value(QStringLiteral("replyAddr")).toString(), QStringLiteral("10.77.0.10"));
+    const QJsonArray known = requests.last().value(QStringLiteral("known")).toArray();
+    QStringList knownTexts;
+    for (const QJsonValue& v : known)
+        knownTexts << v.toString();
+    knownTexts.sort();
+    EXPECT_EQ(knownTexts, (QStringList{QStringLiteral("10.77.0.20"), QStringLiteral("10.77.0.21"),
+                                       QStringLiteral("10.77.0.22")}));
+}
+
+TEST_F(LocalNetworkTest, SilentAgentIsAnnouncedAfterTheTimeOut)
+{
+    PrinterSim sim(m_sandbox, QStringLiteral("printers"),
+                   {printerSpec("model=Model 4000,address=10.77.0.23,mac=00:80:92:00:00:23,snmp=silent")});
+    ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    EngineInHost client(m_sandbox, QStringLiteral("client"));
+    const auto start = std::chrono::steady_clock::now();
+    client.start();
+    ASSERT_TRUE(processEventsUntil([&] { return !client.announced.isEmpty(); }, 9s));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 4500ms);
+    EXPECT_EQ(client.announced.first().value(kCUPSQueueNameKey), QStringLiteral("_10_77_0_23"));
+}
+
+TEST_F(LocalNetworkTest, MalformedRepeatedAndStrayRepliesAnnounceNothingMore)
+{
+    PrinterSim sim(m_sandbox, QStringLiteral("printers"),
+                   {printerSpec("model=Model 4000,address=10.77.0.20,mac=00:80:92:00:00:20,reply=duplicate"),
+                    printerSpec("model=Model 4000,address=10.77.0.22,mac=m,reply=bad-magic,snmp=none"),
+                    printerSpec("model=Model 4000,address=10.77.0.23,mac=m,reply=bad-length,snmp=none"),
+                    printerSpec("model=Model 4000,address=10.77.0.24,mac=m,reply=long-text,snmp=none"),
+                    printerSpec("model=Model 4000,address=10.77.0.25,mac=m,reply=length-0x80,snmp=none"),
+                    printerSpec("model=Model 4000,address=10.77.0.26,mac=m,reply=short,snmp=none"),
+                    // On the client's wire but from no network the client searches.
+                    printerSpec("model=Model 4000,address=10.79.0.5,mac=m,snmp=none")});
+    ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    EngineInHost client(m_sandbox, QStringLiteral("client"));
+    client.start();
+    ASSERT_TRUE(processEventsUntil([&] { return !client.announced.isEmpty(); }, 8s));
+    client.engine->broadcast();
+    processEventsFor(1500ms);
+    ASSERT_EQ(client.announced.size(), 1);
+    EXPECT_EQ(client.announced.first().value(kIPAddrStrKey), QStringLiteral("10.77.0.20"));
+    EXPECT_GE(sim.events("reply").size(), 14); // every printer did answer, twice over
+}
+
+TEST_F(LocalNetworkTest, AddressesHandedOverInQuickSuccessionAreEachAskedForTheirNetworks)
+{
+    PrinterSim sim(
+        m_sandbox, QStringLiteral("printers"),
+        {printerSpec("model=Model 1200,address=10.77.0.26,mac=m,cache=10.80.0.1,cache-firmware=3.0"),
+         printerSpec("model=Model 1200,address=10.77.0.27,mac=m,cache=10.81.0.1")});
+    ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    EngineInHost client(m_sandbox, QStringLiteral("client"));
+    client.engine->startDiscovery(); // no local networks: only what is handed over
+    client.engine->addPrinterForSearchFromOtherThread(inet_addr("10.77.0.26"));
+    client.engine->addPrinterForSearchFromOtherThread(inet_addr("10.77.0.27"));
+    EXPECT_TRUE(processEventsUntil(
+        [&] {
+            const QStringList targets = client.engine->knownSearchSubnets();
+            return targets.contains(QStringLiteral("10.80.0.1")) &&
+                   targets.contains(QStringLiteral("10.81.0.1"));
+        },
+        5s))
+        << client.engine->knownSearchSubnets().join(u' ').toStdString();
+}
+
+TEST_F(LocalNetworkTest, IdleEngineSleeps)
+{
+    EngineInHost client(m_sandbox, QStringLiteral("client"));
+    client.start();
+    processEventsFor(300ms);
+    rusage before{};
+    getrusage(RUSAGE_SELF, &before);
+    std::this_thread::sleep_for(3s); // the work thread alone, waiting
+    rusage after{};
+    getrusage(RUSAGE_SELF, &after);
+    const auto cpu = [](const rusage& r) {
+        return std::chrono::seconds(r.ru_utime.tv_sec + r.ru_stime.tv_sec) +
+               std::chrono::microseconds(r.ru_utime.tv_usec + r.ru_stime.tv_usec);
+    };
+    EXPECT_LT(cpu(after) - cpu(before), 30ms) << "more than 1% of a core while idle";
+}
+
+// A printer on a local network knows of a network behind a router; the
+// printer there is found through that knowledge alone.
+TEST(RemoteNetworkTest, KnownNetworkCacheLeadsToAPrinterBehindARouter)
+{
+    NetworkSandbox sandbox;
+    sandbox.addHost(QStringLiteral("client"), QStringLiteral("10.77.0.10/24"),
+                    {.segment = {}, .defaultRoute = false});
+    sandbox.addHost(QStringLiteral("local"), QStringLiteral("10.77.0.22/24"));
+    sandbox.addHost(QStringLiteral("router"), QStringLiteral("10.77.0.1/24"),
+                    {.segment = {}, .defaultRoute = false});
+    sandbox.addInterface(QStringLiteral("router"), QStringLiteral("far"), QStringLiteral("10.78.0.1/24"));
+    sandbox.addHost(QStringLiteral("remote"), QStringLiteral("10.78.0.20/24"),
+                    {.segment = QStringLiteral("far"), .defaultRoute = false});
+    const auto route = [&](const char* host, const char* via) {
+        const auto r =
+            sandbox.runIn(QString::fromLatin1(host),
+                          {QStringLiteral("ip"), QStringLiteral("route"), QStringLiteral("replace"),
+                           QStringLiteral("default"), QStringLiteral("via"), QString::fromLatin1(via)});
+        ASSERT_TRUE(r.succeeded()) << r.describe().toStdString();
+    };
+    route("client", "10.77.0.1");
+    route("remote", "10.78.0.1");
+    ASSERT_TRUE(sandbox
+                    .runIn(QStringLiteral("router"), {QStringLiteral("sysctl"), QStringLiteral("-qw"),
+                                                      QStringLiteral("net.ipv4.ip_forward=1")})
+                    .succeeded());
+
+    PrinterSim local(
+        sandbox, QStringLiteral("local"),
+        {printerSpec("model=Model 1200,address=10.77.0.22,mac=00:80:92:00:00:22,cache=10.78.0.20")});
+    PrinterSim remote(
+        sandbox, QStringLiteral("remote"),
+        {printerSpec("model=Model 8560,address=10.78.0.20,mac=00:80:92:00:01:20,sysname=far-8560")});
+    ASSERT_TRUE(local.ready()) << local.failure().toStdString();
+    ASSERT_TRUE(remote.ready()) << remote.failure().toStdString();
+
+    EngineInHost client(sandbox, QStringLiteral("client"));
+    client.start();
+    ASSERT_TRUE(processEventsUntil([&] { return !client.announced.isEmpty(); }, 8s));
+    EXPECT_EQ(client.announced.size(), 1);
+    EXPECT_EQ(client.announced.first().value(kIPAddrStrKey), QStringLiteral("10.78.0.20"));
+    EXPECT_EQ(client.announced.first().value(kDnsNameKey), QStringLiteral("far-8560"));
+    EXPECT_TRUE(client.engine->knownSearchSubnets().contains(QStringLiteral("10.78.0.20")));
+}
+
+TEST(EngineSettings, UnchangedOrNeverSetCommunitiesAreNotSaved)
+{
+    PrinterDiscoveryEngine engine({{QString(snmpCommunityGetKey), QStringLiteral("public")}});
+    engine.setSnmpGetString(QStringLiteral("public"));
+    engine.setSnmpSetString(QStringLiteral("secret")); // never set: cannot be set later
+    EXPECT_EQ(engine.snmpSetString(), QString());
+    setVendor(QStringLiteral("Talvo"));
+    QTemporaryDir config;
+    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
+    engine.saveUserPrefs();
+    EXPECT_TRUE(QDir(config.path()).isEmpty());
+    engine.setSnmpGetString(QStringLiteral("secret"));
+    engine.saveUserPrefs();
+    EXPECT_EQ(getSettingsDict(QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist"))
+                  ->value(kDiscoverySettingsKey)
+                  .toMap()
+                  .value(snmpCommunityGetKey),
+              QStringLiteral("secret"));
+    setVendor(QString());
+}
+
+} // namespace
+} // namespace talvo
