@@ -2,6 +2,7 @@
 // real snmpd per printer) in a sandbox network.
 
 #include "discovery/PrinterDiscoveryEngine.h"
+#include "LogCapture.h"
 #include "fixtures/DaemonRunner.h"
 #include "fixtures/NetworkSandbox.h"
 #include "fixtures/ScopedNetns.h"
@@ -216,6 +217,7 @@ TEST_F(LocalNetworkTest, MalformedRepeatedAndStrayRepliesAnnounceNothingMore)
                     // On the client's wire but from no network the client searches.
                     printerSpec("model=Model 4000,address=10.79.0.5,mac=m,snmp=none")});
     ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    test::LogCapture log;
     EngineInHost client(m_sandbox, QStringLiteral("client"));
     client.start();
     ASSERT_TRUE(processEventsUntil([&] { return !client.announced.isEmpty(); }, 8s));
@@ -224,6 +226,8 @@ TEST_F(LocalNetworkTest, MalformedRepeatedAndStrayRepliesAnnounceNothingMore)
     ASSERT_EQ(client.announced.size(), 1);
     EXPECT_EQ(client.announced.first().value(kIPAddrStrKey), QStringLiteral("10.77.0.20"));
     EXPECT_GE(sim.events("reply").size(), 14); // every printer did answer, twice over
+    EXPECT_TRUE(log.lines().contains(QStringLiteral("can't figure out where packet came from: 10.79.0.5")))
+        << log.lines().join(u'\n').toStdString();
 }
 
 TEST_F(LocalNetworkTest, AddressesHandedOverInQuickSuccessionAreEachAskedForTheirNetworks)

@@ -214,40 +214,6 @@ protected:
     static inline bool s_ready = false;
 };
 
-TEST_F(PrinterSimTest, BroadcastIsAnsweredByEveryPrinterFromItsOwnAddress)
-{
-    const Client client(*s_sandbox, u"client"_s);
-    client.send(u"10.77.0.255"_s, request());
-
-    std::map<QString, QList<QByteArray>> bySource;
-    for (int expected = 8; expected > 0; --expected) {
-        const std::optional<Datagram> d = client.receive(2s);
-        ASSERT_TRUE(d) << "replies so far from " << bySource.size() << " printers";
-        bySource[d->source] << d->payload;
-    }
-    EXPECT_FALSE(client.receive(100ms)) << "an extra reply";
-
-    const auto only = [&](const char* source) { return bySource[QLatin1StringView(source)].value(0); };
-    const auto normal = broadcast::parseReply(only("10.77.0.20:1200"));
-    ASSERT_TRUE(normal);
-    EXPECT_EQ(normal->model, u"Model 4000"_s);
-    EXPECT_EQ(normal->address, u"10.77.0.20"_s);
-    EXPECT_EQ(normal->mac, u"00:80:92:aa:bb:01"_s);
-
-    const QList<QByteArray> twice = bySource[u"10.77.0.21:1200"_s];
-    ASSERT_EQ(twice.size(), 2);
-    EXPECT_EQ(twice[0], twice[1]);
-    const auto duplicate = broadcast::parseReply(twice[0]);
-    ASSERT_TRUE(duplicate);
-    EXPECT_EQ(duplicate->address, u"10.99.0.21"_s) << "the reply-address is not the one carried";
-
-    for (const char* malformed :
-         {"10.77.0.22:1200", "10.77.0.23:1200", "10.77.0.24:1200", "10.77.0.25:1200", "10.77.0.26:1200"})
-        EXPECT_FALSE(broadcast::parseReply(only(malformed))) << malformed << " sent a well-formed reply";
-    EXPECT_LT(only("10.77.0.26:1200").size(), 8);
-    EXPECT_EQ(bySource.count(u"10.77.0.27:1200"_s), 0u) << "a silent printer replied";
-}
-
 TEST_F(PrinterSimTest, UnicastIsAnsweredOnlyByTheAddressedPrinter)
 {
     const Client client(*s_sandbox, u"client"_s);
@@ -260,25 +226,6 @@ TEST_F(PrinterSimTest, UnicastIsAnsweredOnlyByTheAddressedPrinter)
     EXPECT_FALSE(client.receive(100ms)) << "a second reply";
 }
 
-TEST_F(PrinterSimTest, RequestEventShowsReplyAddrKnownListAndInterface)
-{
-    const Client client(*s_sandbox, u"client"_s);
-    const QString from = u"10.77.0.12:"_s + QString::number(client.port());
-    client.send(u"10.77.0.20"_s, request({u"10.77.0.20"_s, u"10.77.1.7"_s}));
-    ASSERT_TRUE(client.receive(2s));
-
-    const std::optional<QJsonObject> event = findEvent(*s_sim, u"request"_s, from);
-    ASSERT_TRUE(event) << s_sim->logTail().toStdString();
-    EXPECT_EQ((*event)[u"to"_s], u"10.77.0.20"_s);
-    EXPECT_EQ((*event)[u"interface"_s].toInt(), static_cast<int>(s_sandbox->interfaceIndex(u"printers"_s)));
-    EXPECT_EQ((*event)[u"replyAddr"_s], u"10.77.0.12"_s);
-    EXPECT_EQ((*event)[u"known"_s].toArray(), QJsonArray({u"10.77.0.20"_s, u"10.77.1.7"_s}));
-    // Logged once sent, so it may follow the datagram's arrival by a moment.
-    EXPECT_TRUE(waitFor(
-        [] { return s_sim->logContains(R"({"event":"reply","printer":"10.77.0.20","kind":"normal"})"); },
-        2s));
-}
-
 TEST_F(PrinterSimTest, MalformedRequestIsDroppedAndLogged)
 {
     const Client client(*s_sandbox, u"client"_s);
@@ -289,28 +236,6 @@ TEST_F(PrinterSimTest, MalformedRequestIsDroppedAndLogged)
         << s_sim->logTail().toStdString();
     EXPECT_FALSE(findEvent(*s_sim, u"request"_s, from));
     EXPECT_FALSE(client.receive(100ms)) << "a malformed request was answered";
-}
-
-TEST_F(PrinterSimTest, AgentsAnswerTheModelsObjectIdAndTheKnownNetworkCache)
-{
-    const QString cache35 = u".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.22510000"_s;
-    CommandResult r = snmpget(u"10.77.0.20"_s, {u".1.3.6.1.2.1.1.2.0"_s, u".1.3.6.1.2.1.43.5.1.1.16.1"_s,
-                                                cache35, u".1.3.6.1.4.1.58101.8.64.4.2.1.7.2.22521000"_s,
-                                                u".1.3.6.1.4.1.58101.8.64.4.2.1.7.2.22522000"_s});
-    EXPECT_EQ(r.standardOutput, ".1.3.6.1.4.1.58101.1.4000\n\"talvo-0-20\"\n1\n\"10.77.5.1\"\n\"0.0.0.0\"\n")
-        << r.describe().toStdString();
-
-    // Firmware 3.0 numbering, the first of the model's object IDs.
-    r = snmpget(u"10.77.0.21"_s, {u".1.3.6.1.2.1.1.2.0"_s, u".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.99"_s,
-                                  u".1.3.6.1.4.1.58101.8.64.4.2.1.7.2.100"_s});
-    EXPECT_EQ(r.standardOutput, ".1.3.6.1.4.1.58101.1.6500\n1\n\"10.77.6.1\"\n")
-        << r.describe().toStdString();
-    r = snmpget(u"10.77.0.21"_s, {u".1.3.6.1.2.1.43.5.1.1.16.1"_s});
-    EXPECT_TRUE(r.standardError.contains("noSuchName")) << r.describe().toStdString();
-
-    // A model the settings do not know, no cache.
-    r = snmpget(u"10.77.0.27"_s, {u".1.3.6.1.2.1.1.2.0"_s, cache35});
-    EXPECT_EQ(r.standardOutput, ".1.3.6.1.4.1.58101.1.99999\n0\n") << r.describe().toStdString();
 }
 
 TEST_F(PrinterSimTest, SilentAgentSwallowsQueriesWhereNoAgentRefusesThem)

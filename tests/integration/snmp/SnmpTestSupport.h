@@ -5,8 +5,7 @@
 
 #include "snmp/SNMPPump.h"
 
-#include <QStringList>
-#include <QtGlobal>
+#include "LogCapture.h"
 
 #include <atomic>
 #include <chrono>
@@ -46,39 +45,5 @@ inline bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds
     }
     return true;
 }
-
-// Collects every log line while it exists.
-class LogCapture
-{
-public:
-    LogCapture()
-    {
-        s_current = this;
-        m_previous = qInstallMessageHandler(&LogCapture::handle);
-    }
-    ~LogCapture()
-    {
-        qInstallMessageHandler(m_previous);
-        s_current = nullptr;
-    }
-    QStringList lines() const
-    {
-        std::lock_guard lock(m_mutex);
-        return m_lines;
-    }
-
-private:
-    static void handle(QtMsgType, const QMessageLogContext&, const QString& message)
-    {
-        if (LogCapture* self = s_current) {
-            std::lock_guard lock(self->m_mutex);
-            self->m_lines << message;
-        }
-    }
-    static inline LogCapture* s_current = nullptr;
-    QtMessageHandler m_previous = nullptr;
-    mutable std::mutex m_mutex;
-    QStringList m_lines;
-};
 
 } // namespace talvo::test
