@@ -1,5 +1,6 @@
 #include "discovery/PrinterDiscoveryEngine.h"
 
+#include "discovery/BonjourBrowser.h"
 #include "discovery/BroadcastPacket.h"
 #include "discovery/DatagramSocket.h"
 #include "discovery/DiscoveryLog.h"
@@ -91,6 +92,15 @@ PrinterDiscoveryEngine::PrinterDiscoveryEngine(const QVariantMap& settings, QObj
       m_lifeline(std::make_shared<Lifeline>())
 {
     m_lifeline->engine = this;
+    BonjourBrowser::Handlers bonjour;
+    bonjour.identify = [this](const QVariantMap& printer, uint32_t address) {
+        queueSNMPPrinterQuery(printer, true, address);
+    };
+    bonjour.learnNetworks = [this](uint32_t address) { queueSNMPPrinterQuery(std::nullopt, false, address); };
+    bonjour.printerModels = [this] { return printerModels(); };
+    bonjour.useSorlenDiscovery = [this] { return m_useSorlenDiscovery.load(); };
+    bonjour.printerInAnyBroadcast = [this](uint32_t address) { return printerInAnyBroadcast(address); };
+    m_bonjour = std::make_unique<BonjourBrowser>(std::move(bonjour));
     auto flag = [&](Key key, std::atomic<bool>& target) {
         if (settings.contains(key))
             target = settings.value(key).toBool();
@@ -113,6 +123,7 @@ PrinterDiscoveryEngine::~PrinterDiscoveryEngine()
         std::lock_guard lock(m_lifeline->mutex);
         m_lifeline->engine = nullptr;
     }
+    stopBonjour();
     stopSorlenDiscovery();
     if (m_wakeFd >= 0)
         ::close(m_wakeFd);
@@ -158,9 +169,24 @@ void PrinterDiscoveryEngine::setSorlenDiscoveryEnabled(bool on)
 
 void PrinterDiscoveryEngine::setBonjourEnabled(bool on)
 {
-    // Bonjour browsing joins the work thread's loop in a later step; the flag
-    // is kept so the settings and the pane can already switch it.
+    if (m_discoveryStarted && on != m_useBonjour) {
+        if (on)
+            startBonjour();
+        else
+            stopBonjour();
+        wake(); // the work thread picks up the new set of sockets at once
+    }
     m_useBonjour = on;
+}
+
+void PrinterDiscoveryEngine::startBonjour()
+{
+    m_bonjour->start();
+}
+
+void PrinterDiscoveryEngine::stopBonjour()
+{
+    m_bonjour->stop();
 }
 
 void PrinterDiscoveryEngine::setSorlenWalkupEnabled(bool on)
@@ -183,6 +209,8 @@ void PrinterDiscoveryEngine::startDiscovery()
                  "startDiscovery: notifyObject is nil");
     if (m_useSorlenDiscovery)
         startSorlenDiscovery();
+    if (m_useBonjour)
+        startBonjour();
     m_discoveryStarted = true;
     m_workThread = std::jthread([this](std::stop_token stop) { discoveryWorkThreadMethod(stop); });
     if (m_useSorlenDiscovery) {
@@ -243,19 +271,25 @@ void PrinterDiscoveryEngine::discoveryWorkThreadMethod(std::stop_token stop)
     SNMPPump pump;
     while (!stop.stop_requested()) {
         takeManualAddress();
-        // USB polling and Bonjour's descriptors join this loop with their
-        // discovery methods.
         const int discoverySocket = m_useSorlenDiscovery ? m_sorlenDiscoverySocket.load() : -1;
-        const int watched[] = {discoverySocket, m_wakeFd};
+        std::vector<int> watched{discoverySocket, m_wakeFd};
+        const std::vector<int> bonjourSockets = m_useBonjour ? m_bonjour->descriptors() : std::vector<int>();
+        watched.insert(watched.end(), bonjourSockets.begin(), bonjourSockets.end());
+
         const std::vector<int> ready = pump.pass(watched, kPassCap);
+        std::vector<int> bonjourReady;
         for (const int fd : ready) {
             if (fd == m_wakeFd) {
                 uint64_t count = 0;
                 [[maybe_unused]] const auto n = ::read(m_wakeFd, &count, sizeof count);
             } else if (fd == discoverySocket) {
                 readSorlenDiscoveryReplies();
+            } else {
+                bonjourReady.push_back(fd);
             }
         }
+        if (!bonjourReady.empty())
+            m_bonjour->processReady(bonjourReady);
     }
 }
 

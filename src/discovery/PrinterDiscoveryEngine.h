@@ -34,6 +34,7 @@
 
 namespace talvo {
 
+class BonjourBrowser;
 class SearchTargetList;
 
 class PrinterDiscoveryEngine : public QObject
@@ -115,6 +116,8 @@ Q_SIGNALS:
 private:
     struct Lifeline;
 
+    void startBonjour();
+    void stopBonjour();
     void startSorlenDiscovery();
     void stopSorlenDiscovery();
     void discoveryWorkThreadMethod(std::stop_token stop);
@@ -139,6 +142,7 @@ private:
     bool m_userSettingsHaveChanged = false;
 
     std::unique_ptr<SearchTargetList> m_broadcastAddressList;
+    std::unique_ptr<BonjourBrowser> m_bonjour;
     std::atomic<int> m_sorlenDiscoverySocket = -1;
     QTimer* m_broadCastTimer = nullptr;
 

@@ -1,0 +1,283 @@
+#include "discovery/BonjourBrowser.h"
+
+#include "discovery/DiscoveryLog.h"
+#include "foundation/DictionaryKeys.h"
+#include "foundation/Log.h"
+#include "foundation/NetworkAddress.h"
+#include "foundation/Settings.h"
+
+#include <dns_sd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace talvo {
+
+// Owns one DNS-SD reference while its socket is watched.
+class DNSServiceRefObj
+{
+public:
+    explicit DNSServiceRefObj(DNSServiceRef ref) : m_serviceRef(ref) {}
+    ~DNSServiceRefObj()
+    {
+        if (m_serviceRef)
+            DNSServiceRefDeallocate(m_serviceRef);
+    }
+    DNSServiceRefObj(const DNSServiceRefObj&) = delete;
+    DNSServiceRefObj& operator=(const DNSServiceRefObj&) = delete;
+
+    DNSServiceRef serviceRef() const { return m_serviceRef; }
+    int socket() const { return DNSServiceRefSockFD(m_serviceRef); }
+
+private:
+    DNSServiceRef m_serviceRef;
+};
+
+struct BonjourBrowser::Entry
+{
+    enum Kind { Browse, Resolve, Lookup } kind = Browse;
+    BonjourBrowser* browser = nullptr;
+    std::unique_ptr<DNSServiceRefObj> ref;
+    QString hostName;  // Lookup: the host asked for
+    QByteArray txt;    // Lookup: the TXT record of the resolved instance
+    bool done = false; // answered: removed after the current callback
+};
+
+// The DNS-SD replies, with the exact signatures the library calls; each hands
+// over to the browser that owns the reference.
+struct BonjourCallbacks
+{
+    static void DNSSD_API browse(DNSServiceRef, DNSServiceFlags, uint32_t interfaceIndex,
+                                 DNSServiceErrorType error, const char* name, const char* type,
+                                 const char* domain, void* context)
+    {
+        static_cast<BonjourBrowser::Entry*>(context)->browser->onBrowse(interfaceIndex, error, name, type,
+                                                                        domain);
+    }
+    static void DNSSD_API resolve(DNSServiceRef, DNSServiceFlags, uint32_t interfaceIndex,
+                                  DNSServiceErrorType error, const char*, const char* hostTarget, uint16_t,
+                                  uint16_t txtLength, const unsigned char* txt, void* context)
+    {
+        auto* entry = static_cast<BonjourBrowser::Entry*>(context);
+        entry->browser->onResolve(*entry, interfaceIndex, error, hostTarget,
+                                  QByteArray(reinterpret_cast<const char*>(txt), txtLength));
+    }
+    static void DNSSD_API address(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType error,
+                                  const char*, uint16_t type, uint16_t, uint16_t length, const void* data,
+                                  uint32_t, void* context)
+    {
+        auto* entry = static_cast<BonjourBrowser::Entry*>(context);
+        entry->browser->onAddress(*entry, error, type, length, data);
+    }
+};
+
+namespace {
+
+void quietCompatibilityWarnings()
+{
+    // The compatibility library prints three warning lines per process unless
+    // told not to; the user has nothing to do about them.
+    static std::once_flag once;
+    std::call_once(once, [] { ::setenv("AVAHI_COMPAT_NOWARN", "1", 0); });
+}
+
+} // namespace
+
+BonjourBrowser::BonjourBrowser(Handlers handlers) : m_handlers(std::move(handlers))
+{
+    quietCompatibilityWarnings();
+}
+
+BonjourBrowser::~BonjourBrowser()
+{
+    stop();
+}
+
+bool BonjourBrowser::start()
+{
+    std::lock_guard lock(m_mutex);
+    if (running())
+        return true;
+    m_instancesSeen.clear();
+    Entry& entry = m_entries.emplace_back();
+    entry.browser = this;
+    DNSServiceRef ref = nullptr;
+    const DNSServiceErrorType error =
+        DNSServiceBrowse(&ref, 0, 0, printerRegType, nullptr, &BonjourCallbacks::browse, &entry);
+    if (error != kDNSServiceErr_NoError) {
+        qCWarning(lcDiscovery, "Error initializing Bonjour browser ref (%d)", error);
+        m_entries.pop_back();
+        return false;
+    }
+    entry.ref = std::make_unique<DNSServiceRefObj>(ref);
+    return true;
+}
+
+void BonjourBrowser::stop()
+{
+    std::lock_guard lock(m_mutex);
+    m_entries.clear();
+}
+
+bool BonjourBrowser::running() const
+{
+    std::lock_guard lock(m_mutex);
+    return !m_entries.empty() && m_entries.front().kind == Entry::Browse;
+}
+
+std::vector<int> BonjourBrowser::descriptors() const
+{
+    std::lock_guard lock(m_mutex);
+    std::vector<int> fds;
+    for (const Entry& e : m_entries) {
+        if (e.ref)
+            fds.push_back(e.ref->socket());
+    }
+    return fds;
+}
+
+void BonjourBrowser::processReady(const std::vector<int>& readySockets)
+{
+    std::lock_guard lock(m_mutex);
+    // Callbacks add entries and mark answered ones; those are removed after
+    // the walk, never while a callback of theirs is running.
+    for (Entry& e : m_entries) {
+        if (!e.ref || e.done)
+            continue;
+        if (std::find(readySockets.begin(), readySockets.end(), e.ref->socket()) == readySockets.end())
+            continue;
+        const DNSServiceErrorType error = DNSServiceProcessResult(e.ref->serviceRef());
+        if (error != kDNSServiceErr_NoError) {
+            qCWarning(lcDiscovery, "DNSServiceProcessResult failed (%d)", error);
+            if (e.kind != Entry::Browse)
+                e.done = true;
+        }
+    }
+    m_entries.remove_if([](const Entry& e) { return e.done; });
+}
+
+void BonjourBrowser::onBrowse(uint32_t interfaceIndex, int32_t error, const char* name, const char* type,
+                              const char* domain)
+{
+    if (error != kDNSServiceErr_NoError) {
+        qCWarning(lcDiscovery, "printerDiscoveredBrowseCallback: got error %d", error);
+        return;
+    }
+    // A service is reported once per interface it is seen on: evaluate it once.
+    const QString instance = QStringLiteral("%1.%2%3").arg(QString::fromUtf8(name), QString::fromUtf8(type),
+                                                           QString::fromUtf8(domain));
+    if (m_instancesSeen.contains(instance))
+        return;
+    m_instancesSeen.insert(instance);
+
+    Entry& resolve = m_entries.emplace_back();
+    resolve.kind = Entry::Resolve;
+    resolve.browser = this;
+    DNSServiceRef ref = nullptr;
+    if (DNSServiceResolve(&ref, 0, interfaceIndex, name, type, domain, &BonjourCallbacks::resolve,
+                          &resolve) != kDNSServiceErr_NoError) {
+        qCWarning(lcDiscovery, "Error queueing DNSServiceResolve for %s", name);
+        resolve.done = true;
+        return;
+    }
+    resolve.ref = std::make_unique<DNSServiceRefObj>(ref);
+}
+
+void BonjourBrowser::onResolve(Entry& entry, uint32_t interfaceIndex, int32_t error, const char* hostTarget,
+                               const QByteArray& txt)
+{
+    entry.done = true; // every resolve is one-shot
+    if (error != kDNSServiceErr_NoError) {
+        qCWarning(lcDiscovery, "bonjourPrinterResolvedCallback: got error %d", error);
+        return;
+    }
+    // The host's one IPv4 address, asked of the same daemon.
+    Entry& lookup = m_entries.emplace_back();
+    lookup.kind = Entry::Lookup;
+    lookup.browser = this;
+    lookup.hostName = QString::fromLatin1(hostTarget);
+    lookup.txt = txt;
+    DNSServiceRef ref = nullptr;
+    const DNSServiceErrorType status =
+        DNSServiceQueryRecord(&ref, 0, interfaceIndex, hostTarget, kDNSServiceType_A, kDNSServiceClass_IN,
+                              &BonjourCallbacks::address, &lookup);
+    if (status != kDNSServiceErr_NoError) {
+        qCWarning(lcDiscovery, "Error looking up the address of %s (%d)", hostTarget, status);
+        lookup.done = true;
+        return;
+    }
+    lookup.ref = std::make_unique<DNSServiceRefObj>(ref);
+}
+
+void BonjourBrowser::onAddress(Entry& entry, int32_t error, uint16_t type, uint16_t length, const void* data)
+{
+    if (entry.done)
+        return; // one address per host: later answers are ignored
+    entry.done = true;
+    if (error != kDNSServiceErr_NoError || type != kDNSServiceType_A || length != 4)
+        return;
+    uint32_t address = 0;
+    std::memcpy(&address, data, 4);
+    evaluate(entry.hostName, address, entry.txt);
+}
+
+std::optional<QByteArray> BonjourBrowser::txtValue(const QByteArray& txt, const char* key)
+{
+    uint8_t length = 0;
+    const void* value =
+        TXTRecordGetValuePtr(static_cast<uint16_t>(txt.size()), txt.constData(), key, &length);
+    if (!value)
+        return std::nullopt;
+    return QByteArray(static_cast<const char*>(value), length);
+}
+
+std::optional<QString> BonjourBrowser::modelFromProduct(const QByteArray& product,
+                                                        const QString& vendorWithCaps)
+{
+    if (product.size() < 2)
+        return std::nullopt;
+    QString model = QString::fromLatin1(product.sliced(1, product.size() - 2));
+    if (model.size() < 8)
+        return std::nullopt;
+    const QString prefix = vendorWithCaps.toUpper() + u' ';
+    if (!vendorWithCaps.isEmpty() && model.size() > prefix.size() + 1 &&
+        model.first(prefix.size()).toUpper() == prefix)
+        model.remove(0, prefix.size());
+    return model;
+}
+
+bool BonjourBrowser::manufacturerMatches(const QByteArray& usbMfg, const QString& vendorWithCaps)
+{
+    const QString value = QString::fromLatin1(usbMfg);
+    return value.size() <= vendorWithCaps.size() &&
+           QStringView(vendorWithCaps).first(value.size()).compare(value, Qt::CaseInsensitive) == 0;
+}
+
+void BonjourBrowser::evaluate(const QString& hostName, uint32_t address, const QByteArray& txt)
+{
+    const auto product = txtValue(txt, txtRecordPrinterModelKey.data());
+    if (!product)
+        return;
+    const QString vendorName = vendorWithCaps();
+    const auto model = modelFromProduct(*product, vendorName);
+    if (!model)
+        return;
+    if (m_handlers.printerModels().contains(*model)) {
+        const QVariantMap printer{{kDnsNameKey, hostName},
+                                  {kPrinterModelStrKey, *model},
+                                  {kQueueConnectionTypeStrKey, QString(kQueueTypeBonjour)},
+                                  {kIPAddrStrKey, stringForInetAddr(address)},
+                                  {kIPAddressNumberKey, static_cast<qulonglong>(address)}};
+        m_handlers.identify(printer, address);
+        return;
+    }
+    if (!m_handlers.useSorlenDiscovery())
+        return;
+    const auto manufacturer = txtValue(txt, txtRecordManufacturerKey.data());
+    if (manufacturer && manufacturerMatches(*manufacturer, vendorName) &&
+        !m_handlers.printerInAnyBroadcast(address))
+        m_handlers.learnNetworks(address);
+}
+
+} // namespace talvo
