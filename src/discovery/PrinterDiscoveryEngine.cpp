@@ -5,6 +5,7 @@
 #include "discovery/DatagramSocket.h"
 #include "discovery/DiscoveryLog.h"
 #include "discovery/SearchTargetList.h"
+#include "discovery/UsbPrinterMonitor.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/Log.h"
 #include "foundation/NetworkAddress.h"
@@ -88,9 +89,21 @@ const OidMap& PrinterDiscoveryEngine::M3_5KnownNetworkOIDS()
 }
 
 PrinterDiscoveryEngine::PrinterDiscoveryEngine(const QVariantMap& settings, QObject* parent)
+    : PrinterDiscoveryEngine(settings, QString(UsbPrinterMonitor::kUSBBackendPath), parent)
+{}
+
+PrinterDiscoveryEngine::PrinterDiscoveryEngine(const QVariantMap& settings, const QString& usbBackendPath,
+                                               QObject* parent)
     : QObject(parent), m_broadcastAddressList(std::make_unique<SearchTargetList>()),
+      m_usbMonitor(std::make_unique<UsbPrinterMonitor>(usbBackendPath)),
       m_lifeline(std::make_shared<Lifeline>())
 {
+    m_usbMonitor->setPrinterModels([this] { return printerModels(); });
+    m_usbMonitor->setOnPrinterFound([this](const QVariantMap& printer) { announce(printer); });
+    m_usbMonitor->setOnPrinterDisconnected([this] {
+        QMetaObject::invokeMethod(
+            this, [this] { Q_EMIT usbPrinterDisconnected(); }, Qt::QueuedConnection);
+    });
     m_lifeline->engine = this;
     BonjourBrowser::Handlers bonjour;
     bonjour.identify = [this](const QVariantMap& printer, uint32_t address) {
@@ -196,6 +209,8 @@ void PrinterDiscoveryEngine::setSorlenWalkupEnabled(bool on)
 
 void PrinterDiscoveryEngine::setUseUSBDiscovery(bool on)
 {
+    // Switched on while running, the monitor polls at its next due time: its
+    // schedule is the work thread's, so it is not reset from here.
     m_useUSBDiscovery = on;
 }
 
@@ -211,6 +226,8 @@ void PrinterDiscoveryEngine::startDiscovery()
         startSorlenDiscovery();
     if (m_useBonjour)
         startBonjour();
+    if (m_useUSBDiscovery)
+        m_usbMonitor->reset(); // the first pass polls at once
     m_discoveryStarted = true;
     m_workThread = std::jthread([this](std::stop_token stop) { discoveryWorkThreadMethod(stop); });
     if (m_useSorlenDiscovery) {
@@ -271,6 +288,10 @@ void PrinterDiscoveryEngine::discoveryWorkThreadMethod(std::stop_token stop)
     SNMPPump pump;
     while (!stop.stop_requested()) {
         takeManualAddress();
+        // The usb backend runs at most every 5 s; the one-second cap of the
+        // wait below paces it.
+        if (m_useUSBDiscovery)
+            m_usbMonitor->runIfDue(std::chrono::steady_clock::now(), stop);
         const int discoverySocket = m_useSorlenDiscovery ? m_sorlenDiscoverySocket.load() : -1;
         std::vector<int> watched{discoverySocket, m_wakeFd};
         const std::vector<int> bonjourSockets = m_useBonjour ? m_bonjour->descriptors() : std::vector<int>();

@@ -36,6 +36,7 @@ namespace talvo {
 
 class BonjourBrowser;
 class SearchTargetList;
+class UsbPrinterMonitor;
 
 class PrinterDiscoveryEngine : public QObject
 {
@@ -45,6 +46,9 @@ public:
     // The "DiscoverySettings" dictionary: each switch, the model list, the
     // communities and the user name are taken only when present.
     explicit PrinterDiscoveryEngine(const QVariantMap& discoverySettings, QObject* parent = nullptr);
+    // The same, with the CUPS usb backend at another path (tests use scripted ones).
+    PrinterDiscoveryEngine(const QVariantMap& discoverySettings, const QString& usbBackendPath,
+                           QObject* parent = nullptr);
     ~PrinterDiscoveryEngine() override;
 
     void setPrinterModels(const QStringList& models);
@@ -143,6 +147,9 @@ private:
 
     std::unique_ptr<SearchTargetList> m_broadcastAddressList;
     std::unique_ptr<BonjourBrowser> m_bonjour;
+    // Owned for the engine's life: the printers it reported stay known across
+    // restarts, so a printer is announced once.
+    std::unique_ptr<UsbPrinterMonitor> m_usbMonitor;
     std::atomic<int> m_sorlenDiscoverySocket = -1;
     QTimer* m_broadCastTimer = nullptr;
 

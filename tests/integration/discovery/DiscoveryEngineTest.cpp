@@ -1,8 +1,8 @@
 // The discovery engine against simulated printers (talvo-printer-sim with a
 // real snmpd per printer) in a sandbox network.
 
-#include "discovery/PrinterDiscoveryEngine.h"
 #include "LogCapture.h"
+#include "discovery/PrinterDiscoveryEngine.h"
 #include "fixtures/DaemonRunner.h"
 #include "fixtures/NetworkSandbox.h"
 #include "fixtures/ScopedNetns.h"
@@ -13,6 +13,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -311,6 +312,39 @@ TEST(RemoteNetworkTest, KnownNetworkCacheLeadsToAPrinterBehindARouter)
     EXPECT_EQ(client.announced.first().value(kIPAddrStrKey), QStringLiteral("10.78.0.20"));
     EXPECT_EQ(client.announced.first().value(kDnsNameKey), QStringLiteral("far-8560"));
     EXPECT_TRUE(client.engine->knownSearchSubnets().contains(QStringLiteral("10.78.0.20")));
+}
+
+// The engine's side of USB: the monitor's findings reach the main thread as
+// the same signals the network methods use.
+TEST(EngineUsb, AttachedPrinterAndItsRemovalArriveAsSignals)
+{
+    QTemporaryDir dir;
+    const QString backend = dir.filePath(QStringLiteral("usb"));
+    QFile script(backend);
+    ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+    // Lists the printer on the first run only, then nothing: unplugged.
+    script.write("#!/bin/sh\n"
+                 "[ -e \"$0.seen\" ] && exit 0\n"
+                 ": > \"$0.seen\"\n"
+                 "echo 'direct usb://TALVO/4000 \"TALVO 4000\" \"4000\" \"MFG:TALVO;MDL:Model 4000;\"'\n");
+    script.close();
+    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+
+    PrinterDiscoveryEngine engine(
+        {{QString(useUSBDiscoveryKey), true},
+         {QString(discoverPrinterTypesKey), QStringList{QStringLiteral("Model 4000")}}},
+        backend);
+    QList<QVariantMap> found;
+    int removals = 0;
+    QObject::connect(&engine, &PrinterDiscoveryEngine::printerDiscovered,
+                     [&](const QVariantMap& p) { found << p; });
+    QObject::connect(&engine, &PrinterDiscoveryEngine::usbPrinterDisconnected, [&] { ++removals; });
+    engine.startDiscovery();
+    ASSERT_TRUE(processEventsUntil([&] { return !found.isEmpty(); }, 3s));
+    EXPECT_EQ(found.first().value(kQueueConnectionTypeStrKey), QStringLiteral("USB"));
+    EXPECT_EQ(found.first().value(kCUPSPrinterURIKey), QStringLiteral("usb://TALVO/4000"));
+    EXPECT_TRUE(processEventsUntil([&] { return removals > 0; }, 8s));
+    EXPECT_EQ(found.size(), 1);
 }
 
 TEST(EngineSettings, UnchangedOrNeverSetCommunitiesAreNotSaved)
