@@ -33,5 +33,6 @@ struct Subnet
 std::optional<Subnet> parseSubnet(const QString& text);
 
 int runDiscover(const Context& context);
+int runWalkup(const Context& context);
 
 } // namespace talvo::cli

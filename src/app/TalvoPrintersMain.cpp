@@ -104,6 +104,7 @@ struct Command
 
 const Command kCommands[] = {
     {"discover", "find printers and print each once as it is found", &runDiscover},
+    {"walkup", "answer printers' walkup announcements until one is selected on its panel", &runWalkup},
     {"settings", "print the plug-in settings merged with the user preferences", &showSettings},
 };
 
@@ -133,10 +134,11 @@ int main(int argc, char** argv)
     option({QStringLiteral("resources")}, "The resources folder.", "DIR");
     option({QStringLiteral("json")}, "One JSON object per line on standard output.");
     option({QStringLiteral("v"), QStringLiteral("verbose")}, "The system's log lines on standard error.");
-    option({QStringLiteral("seconds")}, "discover: how long to search (default 12).", "S");
+    option({QStringLiteral("seconds")}, "discover, walkup: how long to run (default 12; walkup 300).", "S");
     option({QStringLiteral("no-broadcast")}, "discover: without the broadcast discovery.");
     option({QStringLiteral("no-bonjour")}, "discover: without Bonjour.");
     option({QStringLiteral("no-usb")}, "discover: without USB.");
+    option({QStringLiteral("user")}, "walkup: the name sent to printers (default: your full name).", "NAME");
     option({QStringLiteral("subnet")}, "discover: also search this network (repeatable).", "GATEWAY/MASK");
     option({QStringLiteral("address")}, "discover: also ask the printer at this address (repeatable).", "IP");
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("The command to run."));

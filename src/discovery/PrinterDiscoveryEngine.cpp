@@ -6,6 +6,7 @@
 #include "discovery/DiscoveryLog.h"
 #include "discovery/SearchTargetList.h"
 #include "discovery/UsbPrinterMonitor.h"
+#include "discovery/WalkupListener.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/Log.h"
 #include "foundation/NetworkAddress.h"
@@ -98,6 +99,16 @@ PrinterDiscoveryEngine::PrinterDiscoveryEngine(const QVariantMap& settings, cons
       m_usbMonitor(std::make_unique<UsbPrinterMonitor>(usbBackendPath)),
       m_lifeline(std::make_shared<Lifeline>())
 {
+    // The beaconed printer is reported from the SNMP pump's thread; the end
+    // of a walkup session (a printer was selected) from the listener's.
+    m_walkup = std::make_unique<WalkupListener>(
+        [this](const QVariantMap& printer) {
+            QMetaObject::invokeMethod(
+                this, [this, printer] { Q_EMIT printerBeaconed(printer); }, Qt::QueuedConnection);
+        },
+        // A selection follows an announcement: the work thread takes the new
+        // SNMP session into its wait at once rather than at its next pass.
+        [this](const WalkupPacket&) { wake(); }, [this] { m_useSorlenWalkup = false; });
     m_usbMonitor->setPrinterModels([this] { return printerModels(); });
     m_usbMonitor->setOnPrinterFound([this](const QVariantMap& printer) { announce(printer); });
     m_usbMonitor->setOnPrinterDisconnected([this] {
@@ -136,6 +147,7 @@ PrinterDiscoveryEngine::~PrinterDiscoveryEngine()
         std::lock_guard lock(m_lifeline->mutex);
         m_lifeline->engine = nullptr;
     }
+    stopSorlenWalkup();
     stopBonjour();
     stopSorlenDiscovery();
     if (m_wakeFd >= 0)
@@ -156,8 +168,11 @@ QStringList PrinterDiscoveryEngine::printerModels() const
 
 void PrinterDiscoveryEngine::setUserName(const QString& name)
 {
-    std::lock_guard lock(m_mutex);
-    m_userName = name;
+    {
+        std::lock_guard lock(m_mutex);
+        m_userName = name;
+    }
+    m_walkup->setUserName(name);
 }
 
 QString PrinterDiscoveryEngine::userName() const
@@ -204,7 +219,25 @@ void PrinterDiscoveryEngine::stopBonjour()
 
 void PrinterDiscoveryEngine::setSorlenWalkupEnabled(bool on)
 {
+    if (m_discoveryStarted && on != m_useSorlenWalkup) {
+        if (on)
+            startSorlenWalkup();
+        else
+            stopSorlenWalkup();
+    }
     m_useSorlenWalkup = on;
+}
+
+void PrinterDiscoveryEngine::startSorlenWalkup()
+{
+    const QString error = m_walkup->start(userName(), snmpGetString());
+    if (!error.isEmpty())
+        qCWarning(lcDiscovery).noquote() << "NSGenericException" << error;
+}
+
+void PrinterDiscoveryEngine::stopSorlenWalkup()
+{
+    m_walkup->stop();
 }
 
 void PrinterDiscoveryEngine::setUseUSBDiscovery(bool on)
@@ -226,6 +259,8 @@ void PrinterDiscoveryEngine::startDiscovery()
         startSorlenDiscovery();
     if (m_useBonjour)
         startBonjour();
+    if (m_useSorlenWalkup)
+        startSorlenWalkup();
     if (m_useUSBDiscovery)
         m_usbMonitor->reset(); // the first pass polls at once
     m_discoveryStarted = true;

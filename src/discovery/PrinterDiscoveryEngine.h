@@ -37,6 +37,7 @@ namespace talvo {
 class BonjourBrowser;
 class SearchTargetList;
 class UsbPrinterMonitor;
+class WalkupListener;
 
 class PrinterDiscoveryEngine : public QObject
 {
@@ -122,6 +123,8 @@ private:
 
     void startBonjour();
     void stopBonjour();
+    void startSorlenWalkup();
+    void stopSorlenWalkup();
     void startSorlenDiscovery();
     void stopSorlenDiscovery();
     void discoveryWorkThreadMethod(std::stop_token stop);
@@ -150,6 +153,7 @@ private:
     // Owned for the engine's life: the printers it reported stay known across
     // restarts, so a printer is announced once.
     std::unique_ptr<UsbPrinterMonitor> m_usbMonitor;
+    std::unique_ptr<WalkupListener> m_walkup;
     std::atomic<int> m_sorlenDiscoverySocket = -1;
     QTimer* m_broadCastTimer = nullptr;
 

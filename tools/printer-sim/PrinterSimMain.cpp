@@ -9,6 +9,7 @@
 #include "printer-sim/DiscoveryResponder.h"
 #include "printer-sim/EventLog.h"
 #include "printer-sim/SimulatedPrinter.h"
+#include "printer-sim/WalkupAnnouncer.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -16,10 +17,13 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -104,6 +108,9 @@ struct Options
     std::vector<SimulatedPrinter> printers;
     bool sharedAgents = false;
     bool minimalAgents = false;
+    bool hrDevice = false;
+    bool rawPort = false;
+    std::vector<WalkupPlan> walkups;
 };
 
 // The options, or the exit code to leave with at once.
@@ -135,7 +142,20 @@ std::variant<Options, int> parseOptions(const QCoreApplication& app)
                        "access control): ~30 ms and ~1.5 MiB per agent. The full set reads every address of "
                        "the namespace at start and every few seconds after: with hundreds of addresses and "
                        "an agent per printer it keeps both cores busy. For benchmarks."));
-    parser.addOptions({help, printer, printersFile, settings, shared, minimal});
+    const QCommandLineOption hrDevice(
+        QStringLiteral("hr-device"),
+        QStringLiteral(
+            "Each agent also answers hrDeviceType.1 (.1.3.6.1.2.1.25.3.1.5, a printer) and "
+            "hrDeviceDescr.1 (\"Talvo MODEL\"), as a printer's host-resources table does: what "
+            "the CUPS snmp backend needs to list a printer. Meant for --minimal-snmpd: the full set "
+            "starts snmpd's own host-resources modules, which serve the same table."));
+    const QCommandLineOption rawPort(
+        QStringLiteral("raw-port"),
+        QStringLiteral("Each printer also accepts TCP connections on port 9100 of its address and closes "
+                       "them at once, as a printer's raw print port answers a probe."));
+    parser.addOptions({help, printer, printersFile, settings, shared, minimal, hrDevice, rawPort});
+    const QCommandLineOption walkup(QStringLiteral("walkup"), WalkupPlan::helpText(), QStringLiteral("KEYS"));
+    parser.addOption(walkup);
     if (!parser.parse(app.arguments())) {
         error(parser.errorText() + QStringLiteral(" (see --help)"));
         return kBadInput;
@@ -153,6 +173,16 @@ std::variant<Options, int> parseOptions(const QCoreApplication& app)
     Options options;
     options.sharedAgents = parser.isSet(shared);
     options.minimalAgents = parser.isSet(minimal);
+    options.hrDevice = parser.isSet(hrDevice);
+    options.rawPort = parser.isSet(rawPort);
+    for (const QString& text : parser.values(walkup)) {
+        Parsed<WalkupPlan> parsed = WalkupPlan::fromOption(text);
+        if (!parsed.value) {
+            error(parsed.error);
+            return kBadInput;
+        }
+        options.walkups.push_back(std::move(*parsed.value));
+    }
     for (const QString& text : parser.values(printer)) {
         Parsed<SimulatedPrinter> parsed = SimulatedPrinter::fromOption(text);
         if (!parsed.value) {
@@ -183,6 +213,13 @@ std::variant<Options, int> parseOptions(const QCoreApplication& app)
     for (const SimulatedPrinter& p : options.printers) {
         if (!addresses.insert(p.addressValue).second) {
             error(QStringLiteral("two printers have the address %1").arg(p.address));
+            return kBadInput;
+        }
+    }
+
+    for (const WalkupPlan& w : options.walkups) {
+        if (!addresses.contains(w.printerValue)) {
+            error(QStringLiteral("--walkup printer=%1: no --printer has that address").arg(w.printer));
             return kBadInput;
         }
     }
@@ -240,16 +277,62 @@ QString addAgents(const Options& options, AgentSupervisor& agents)
         groups[found->second].second << p.address;
     }
     for (const auto& [first, addresses] : groups) {
-        if (QString e = agents.addAgent(first->agentConfig(), addresses); !e.isEmpty())
+        SnmpdConfig config = first->agentConfig();
+        if (options.hrDevice) {
+            // Device 1 of the host-resources table is the printer itself.
+            config.overrides.push_back({QStringLiteral(".1.3.6.1.2.1.25.3.2.1.2.1"),
+                                        QStringLiteral("object_id"),
+                                        QStringLiteral(".1.3.6.1.2.1.25.3.1.5")});
+            config.overrides.push_back({QStringLiteral(".1.3.6.1.2.1.25.3.2.1.3.1"),
+                                        QStringLiteral("octet_str"),
+                                        SnmpdConfig::quoted(QStringLiteral("Talvo ") + first->model)});
+        }
+        if (QString e = agents.addAgent(std::move(config), addresses); !e.isEmpty())
             return e;
     }
     return {};
+}
+
+// --raw-port: a listening TCP socket on port 9100 of every printer's address.
+QString openRawPorts(const Options& options, std::vector<int>& sockets)
+{
+    constexpr uint16_t kRawPort = 9100;
+    for (const SimulatedPrinter& p : options.printers) {
+        const int s = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        if (s < 0)
+            return QStringLiteral("socket: ") + QString::fromLocal8Bit(std::strerror(errno));
+        sockets.push_back(s);
+        const int on = 1;
+        sockaddr_in at{};
+        at.sin_family = AF_INET;
+        at.sin_port = htons(kRawPort);
+        at.sin_addr.s_addr = p.addressValue;
+        if (::setsockopt(s, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+            ::bind(s, reinterpret_cast<const sockaddr*>(&at), sizeof at) != 0 || ::listen(s, 64) != 0)
+            return QStringLiteral("cannot listen on TCP %1:%2: %3")
+                .arg(p.address)
+                .arg(kRawPort)
+                .arg(QString::fromLocal8Bit(std::strerror(errno)));
+    }
+    return {};
+}
+
+// Accepts and closes every connection waiting on a raw port.
+void acceptAndClose(int socket)
+{
+    for (int c = 0; (c = ::accept4(socket, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;)
+        ::close(c);
 }
 
 int serve(const Options& options, int signalFd)
 {
     DiscoveryResponder responder(options.printers);
     if (QString e = responder.open(broadcast::sorlenDiscoveryUDPPortNum); !e.isEmpty()) {
+        error(e);
+        return kFailed;
+    }
+    WalkupAnnouncer walkup(options.walkups, options.printers);
+    if (QString e = walkup.open(); !e.isEmpty()) {
         error(e);
         return kFailed;
     }
@@ -265,11 +348,27 @@ int serve(const Options& options, int signalFd)
         error(e);
         return kFailed;
     }
+    std::vector<int> rawPorts;
+    const auto closeRawPorts = [&rawPorts] {
+        for (int s : rawPorts)
+            ::close(s);
+    };
+    if (options.rawPort) {
+        if (QString e = openRawPorts(options, rawPorts); !e.isEmpty()) {
+            error(e);
+            closeRawPorts();
+            return kFailed;
+        }
+    }
+    const std::set<int> rawPortSet(rawPorts.begin(), rawPorts.end());
     const AgentSupervisor::StartResult started = agents.start(signalFd);
-    if (started.outcome == AgentSupervisor::Outcome::Interrupted)
+    if (started.outcome == AgentSupervisor::Outcome::Interrupted) {
+        closeRawPorts();
         return kOk;
+    }
     if (started.outcome == AgentSupervisor::Outcome::Failed) {
         error(started.error);
+        closeRawPorts();
         return kFailed;
     }
 
@@ -288,14 +387,20 @@ int serve(const Options& options, int signalFd)
                    watch(responder.socket(), kDiscoveryTag, EPOLLIN, EPOLL_CTL_ADD);
     for (int s : agents.silentSockets())
         watched = watched && watch(s, static_cast<uint64_t>(s), EPOLLIN, EPOLL_CTL_ADD);
+    for (int s : rawPorts)
+        watched = watched && watch(s, static_cast<uint64_t>(s), EPOLLIN, EPOLL_CTL_ADD);
+    for (int s : walkup.descriptors())
+        watched = watched && watch(s, static_cast<uint64_t>(s), EPOLLIN, EPOLL_CTL_ADD);
     if (!watched) {
         error(QStringLiteral("epoll: ") + QString::fromLocal8Bit(std::strerror(errno)));
         if (epoll >= 0)
             ::close(epoll);
+        closeRawPorts();
         return kFailed;
     }
 
     EventLog::ready(static_cast<int>(options.printers.size()), agents.agentCount());
+    walkup.start();
     int exitCode = kOk;
     bool writing = false;
     for (bool running = true; running;) {
@@ -324,6 +429,10 @@ int serve(const Options& options, int signalFd)
                     exitCode = kFailed;
                     running = false;
                 }
+            } else if (walkup.owns(static_cast<int>(tag))) {
+                walkup.handle(static_cast<int>(tag));
+            } else if (rawPortSet.contains(static_cast<int>(tag))) {
+                acceptAndClose(static_cast<int>(tag));
             } else {
                 AgentSupervisor::drain(static_cast<int>(tag));
             }
@@ -335,6 +444,7 @@ int serve(const Options& options, int signalFd)
         }
     }
     ::close(epoll);
+    closeRawPorts();
     return exitCode;
 }
 

@@ -57,12 +57,14 @@ void processEventsFor(std::chrono::milliseconds time)
 class PrinterSim
 {
 public:
-    PrinterSim(const NetworkSandbox& sandbox, const QString& host, const QStringList& printers)
+    PrinterSim(const NetworkSandbox& sandbox, const QString& host, const QStringList& printers,
+               const QStringList& extraArguments = {})
     {
         QStringList argv{QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim"), QStringLiteral("--settings"),
                          QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist")};
         for (const QString& p : printers)
             argv << QStringLiteral("--printer") << p;
+        argv << extraArguments;
         DaemonOptions options;
         options.networkNamespace = sandbox.namespaceName(host);
         m_daemon.start(argv, options);
@@ -250,6 +252,36 @@ TEST_F(LocalNetworkTest, AddressesHandedOverInQuickSuccessionAreEachAskedForThei
         },
         5s))
         << client.engine->knownSearchSubnets().join(u' ').toStdString();
+}
+
+// Walkup through the engine: the printer the user selects at its panel is
+// identified and reported once, and walkup switches itself off.
+TEST_F(LocalNetworkTest, SelectedWalkupPrinterIsBeaconedOnce)
+{
+    PrinterSim sim(
+        m_sandbox, QStringLiteral("printers"),
+        {printerSpec("model=Model 4000,address=10.77.0.20,mac=00:80:92:00:00:20,sysname=lobby,"
+                     "reply=silent")},
+        {QStringLiteral("--walkup"), QStringLiteral("printer=10.77.0.20,to=10.77.0.10,select=0.5")});
+    ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    setVendor(QStringLiteral("Talvo")); // walkup packets carry the vendor word
+    EngineInHost client(m_sandbox, QStringLiteral("client"));
+    QList<QVariantMap> beaconed;
+    QObject::connect(client.engine.get(), &PrinterDiscoveryEngine::printerBeaconed,
+                     [&](const QVariantMap& p) { beaconed << p; });
+    client.engine->setUserName(QStringLiteral("Ada Lovelace"));
+    client.engine->setSorlenWalkupEnabled(true);
+    client.start();
+    ASSERT_TRUE(processEventsUntil([&] { return !beaconed.isEmpty(); }, 8s));
+    processEventsFor(1s);
+    ASSERT_EQ(beaconed.size(), 1);
+    EXPECT_EQ(beaconed.first().value(kIPAddrStrKey), QStringLiteral("10.77.0.20"));
+    EXPECT_EQ(beaconed.first().value(kDnsNameKey), QStringLiteral("lobby"));
+    EXPECT_EQ(beaconed.first().value(kQueueConnectionTypeStrKey), QStringLiteral("Raw TCP"));
+    EXPECT_FALSE(client.engine->sorlenWalkupEnabled());
+    EXPECT_EQ(sim.events("walkup-reply").first().value(QStringLiteral("user")).toString(),
+              QStringLiteral("Ada Lovelace"));
+    setVendor(QString());
 }
 
 TEST_F(LocalNetworkTest, IdleEngineSleeps)
