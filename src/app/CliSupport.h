@@ -34,5 +34,8 @@ std::optional<Subnet> parseSubnet(const QString& text);
 
 int runDiscover(const Context& context);
 int runWalkup(const Context& context);
+int runProbe(const Context& context);
+int runAdd(const Context& context);
+int runPpd(const Context& context);
 
 } // namespace talvo::cli

@@ -100,12 +100,16 @@ struct Command
     const char* name;
     const char* summary;
     int (*run)(const Context&);
+    int arguments = 0; // positional arguments after the command's name
 };
 
 const Command kCommands[] = {
     {"discover", "find printers and print each once as it is found", &runDiscover},
     {"walkup", "answer printers' walkup announcements until one is selected on its panel", &runWalkup},
     {"settings", "print the plug-in settings merged with the user preferences", &showSettings},
+    {"probe", "probe ADDRESS: what answers at an address, and which printer", &runProbe, 1},
+    {"add", "create the CUPS queue of a printer (--address or --usb-uri)", &runAdd},
+    {"ppd", "write a model's PPD set up from the printer's answers (--model, --address)", &runPpd},
 };
 
 } // namespace
@@ -140,7 +144,13 @@ int main(int argc, char** argv)
     option({QStringLiteral("no-usb")}, "discover: without USB.");
     option({QStringLiteral("user")}, "walkup: the name sent to printers (default: your full name).", "NAME");
     option({QStringLiteral("subnet")}, "discover: also search this network (repeatable).", "GATEWAY/MASK");
-    option({QStringLiteral("address")}, "discover: also ask the printer at this address (repeatable).", "IP");
+    option({QStringLiteral("address")},
+           "discover: also ask the printer at this address (repeatable); add: the printer's address.", "IP");
+    option({QStringLiteral("usb-uri")}, "add: the USB printer's device URI.", "URI");
+    option({QStringLiteral("model")},
+           "add: the model when the printer names no supported one; ppd: the model.", "MODEL");
+    option({QStringLiteral("dry-run")}, "add: print what would be run and create nothing.");
+    option({QStringLiteral("output")}, "ppd: the file to write (default: standard output).", "FILE");
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("The command to run."));
 
     if (!parser.parse(QCoreApplication::arguments())) {
@@ -161,7 +171,7 @@ int main(int argc, char** argv)
             QStringLiteral("talvo.*.debug=false\ntalvo.*.info=false\ntalvo.*.warning=false"));
 
     const QStringList positional = parser.positionalArguments();
-    if (positional.size() != 1) {
+    if (positional.isEmpty()) {
         err() << "talvo-printers: give one command; see --help" << Qt::endl;
         return kBadArguments;
     }
@@ -172,6 +182,11 @@ int main(int argc, char** argv)
     }
     if (!command) {
         err() << "talvo-printers: unknown command " << positional.first() << "; see --help" << Qt::endl;
+        return kBadArguments;
+    }
+    if (positional.size() != 1 + command->arguments) {
+        err() << "talvo-printers: " << positional.first() << ": wrong number of arguments; see --help"
+              << Qt::endl;
         return kBadArguments;
     }
 

@@ -1,0 +1,89 @@
+// talvo-printers ppd: a model's PPD set up from the printer's own SNMP
+// answers, written to a file or to standard output.
+
+#include "app/CliSupport.h"
+#include "foundation/DictionaryKeys.h"
+#include "queue/PpdInstantiation.h"
+#include "queue/PpdLookup.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocale>
+#include <QSaveFile>
+
+#include <cstdio>
+
+namespace talvo::cli {
+
+int runPpd(const Context& context)
+{
+    const QCommandLineParser& parser = context.parser;
+    const QString model = parser.value(QStringLiteral("model"));
+    const QStringList addresses = parser.values(QStringLiteral("address"));
+    if (model.isEmpty() || addresses.size() != 1 || addresses.first().isEmpty() ||
+        addresses.first().startsWith(u'-')) {
+        err() << "talvo-printers: ppd takes --model MODEL and one --address ADDRESS" << Qt::endl;
+        return kBadArguments;
+    }
+    const QVariantMap supported = context.settings.value(kSupportedPrintersKey).toMap();
+    if (!supported.contains(model)) {
+        err() << "talvo-printers: " << model
+              << " is not a supported model; these are: " << supported.keys().join(QStringLiteral(", "))
+              << Qt::endl;
+        return kFailed;
+    }
+    const QString folder = defaultPPDFolder(context.settings);
+    const auto source = getPPDPathForModel(model, supported, folder, QLocale::system().uiLanguages());
+    if (!source) {
+        err() << "talvo-printers: no PPD file for " << model << " in " << folder << Qt::endl;
+        return kFailed;
+    }
+
+    // The community the pane would use: the settings' one, with the user's
+    // preference merged in.
+    QString community =
+        context.settings.value(kDiscoverySettingsKey).toMap().value(snmpCommunityGetKey).toString();
+    if (community.isEmpty())
+        community = QStringLiteral("public");
+    const InstantiatedPPD ppd = instantiatePPD(*source, addresses.first(), community);
+    if (!ppd.ok()) {
+        err() << "talvo-printers: " << ppd.error << Qt::endl;
+        return kFailed;
+    }
+    QFile instantiated(ppd.path);
+    if (!instantiated.open(QIODevice::ReadOnly)) {
+        err() << "talvo-printers: cannot read " << ppd.path << ": " << instantiated.errorString() << Qt::endl;
+        return kFailed;
+    }
+    const QByteArray bytes = instantiated.readAll();
+
+    // The bytes as they are: the PPD keeps its own encoding.
+    const QString output = parser.value(QStringLiteral("output"));
+    if (output.isEmpty() || output == u'-') {
+        QFile standardOutput;
+        if (!standardOutput.open(stdout, QIODevice::WriteOnly) ||
+            standardOutput.write(bytes) != bytes.size() || !standardOutput.flush()) {
+            err() << "talvo-printers: cannot write the PPD to standard output" << Qt::endl;
+            return kFailed;
+        }
+        return kOk;
+    }
+    QSaveFile file(output);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
+        err() << "talvo-printers: cannot write " << output << ": " << file.errorString() << Qt::endl;
+        return kFailed;
+    }
+    if (context.json)
+        out() << QJsonDocument(QJsonObject{{QStringLiteral("model"), model},
+                                           {QStringLiteral("address"), addresses.first()},
+                                           {QStringLiteral("ppd"), *source},
+                                           {QStringLiteral("output"), output}})
+                     .toJson(QJsonDocument::Compact)
+              << Qt::endl;
+    else
+        err() << "Wrote the PPD of " << model << " for " << addresses.first() << " to " << output << Qt::endl;
+    return kOk;
+}
+
+} // namespace talvo::cli
