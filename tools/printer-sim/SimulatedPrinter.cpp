@@ -111,8 +111,10 @@ Parsed<SimulatedPrinter> fromFields(const std::vector<std::pair<QString, QString
 {
     std::map<QString, QString> values;
     for (const auto& [key, value] : fields) {
+        // A named copy: clang 14 cannot capture a structured binding.
+        const QString& name = key;
         if (std::find_if(std::begin(kKeys), std::end(kKeys),
-                         [&](const char* k) { return key == QLatin1StringView(k); }) == std::end(kKeys))
+                         [&](const char* k) { return name == QLatin1StringView(k); }) == std::end(kKeys))
             return {std::nullopt, QStringLiteral("unknown key \"%1\" (keys: %2)")
                                       .arg(key, SimulatedPrinter::keys().join(QStringLiteral(", ")))};
         if (!values.emplace(key, value).second)
