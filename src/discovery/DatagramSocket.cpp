@@ -77,6 +77,13 @@ int openDiscoverySocket()
     };
     step(::setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on));
     step(::setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof on));
+    // A request to a busy network is answered by hundreds of printers at
+    // once: the default receive buffer holds a few hundred replies and drops
+    // the rest until the next broadcast. Beyond rmem_max only a privileged
+    // process (the installer runs as root) may go; others get what it allows.
+    const int receiveBuffer = 4 * 1024 * 1024;
+    if (::setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &receiveBuffer, sizeof receiveBuffer) != 0)
+        step(::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer));
     step(::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK));
     sockaddr_in any{};
     any.sin_family = AF_INET;

@@ -21,6 +21,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -249,10 +250,29 @@ void PrinterDiscoveryEngine::setUseUSBDiscovery(bool on)
 
 // --- start and stop ---------------------------------------------------------
 
+namespace {
+
+// Every printer identified over SNMP keeps a session, and so a socket, for
+// the life of the process: a network of a thousand printers passes the soft
+// limit of 1,024 descriptors of a desktop session. The hard limit is ours to
+// take.
+void raiseDescriptorLimit()
+{
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        if (::setrlimit(RLIMIT_NOFILE, &limit) != 0)
+            logSystemError(errno);
+    }
+}
+
+} // namespace
+
 void PrinterDiscoveryEngine::startDiscovery()
 {
     if (m_discoveryStarted)
         return;
+    raiseDescriptorLimit();
     TALVO_ASSERT(isSignalConnected(QMetaMethod::fromSignal(&PrinterDiscoveryEngine::printerDiscovered)),
                  "startDiscovery: notifyObject is nil");
     if (m_useSorlenDiscovery)
