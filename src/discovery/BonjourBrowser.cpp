@@ -7,6 +7,7 @@
 #include "foundation/Settings.h"
 
 #include <dns_sd.h>
+#include <poll.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -146,6 +147,13 @@ void BonjourBrowser::processReady(const std::vector<int>& readySockets)
         if (!e.ref || e.done)
             continue;
         if (std::find(readySockets.begin(), readySockets.end(), e.ref->socket()) == readySockets.end())
+            continue;
+        // The compatibility library's DNSServiceProcessResult blocks reading
+        // its socket while holding a lock its own thread needs to write to
+        // it: called on a socket with nothing to read, it never returns. Ask
+        // the socket itself, now, rather than trust the earlier wait.
+        pollfd readable{e.ref->socket(), POLLIN, 0};
+        if (::poll(&readable, 1, 0) != 1 || !(readable.revents & POLLIN))
             continue;
         const DNSServiceErrorType error = DNSServiceProcessResult(e.ref->serviceRef());
         if (error != kDNSServiceErr_NoError) {
