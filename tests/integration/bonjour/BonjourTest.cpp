@@ -2,6 +2,7 @@
 // private D-Bus) and simulated printers whose broadcast side stays silent,
 // so everything found here was found through DNS-SD.
 
+#include "EventLoop.h"
 #include "discovery/BonjourBrowser.h"
 #include "discovery/PrinterDiscoveryEngine.h"
 #include "fixtures/DaemonRunner.h"
@@ -26,19 +27,8 @@ using test::DaemonOptions;
 using test::DaemonRunner;
 using test::MdnsHost;
 using test::NetworkSandbox;
+using test::processEventsUntil;
 using test::ScopedNetns;
-
-bool processEventsUntil(const std::function<bool()>& done, std::chrono::milliseconds limit)
-{
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
 
 // A simulated printer with its agent, answering no broadcast.
 bool startPrinter(DaemonRunner& sim, const NetworkSandbox& sandbox, const QString& host, const QString& spec)

@@ -1,10 +1,12 @@
 // The discovery engine against simulated printers (talvo-printer-sim with a
 // real snmpd per printer) in a sandbox network.
 
+#include "EventLoop.h"
 #include "LogCapture.h"
 #include "discovery/PrinterDiscoveryEngine.h"
 #include "fixtures/DaemonRunner.h"
 #include "fixtures/NetworkSandbox.h"
+#include "fixtures/PrinterSim.h"
 #include "fixtures/ScopedNetns.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/Settings.h"
@@ -33,61 +35,20 @@ using namespace std::chrono_literals;
 using test::DaemonOptions;
 using test::DaemonRunner;
 using test::NetworkSandbox;
+using test::processEventsFor;
+using test::processEventsUntil;
 using test::ScopedNetns;
 
-// Runs the event loop until `done` holds or the time is up.
-bool processEventsUntil(const std::function<bool()>& done, std::chrono::milliseconds limit)
-{
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
-
-void processEventsFor(std::chrono::milliseconds time)
-{
-    processEventsUntil([] { return false; }, time);
-}
-
 // Simulated printers in one host of the sandbox.
-class PrinterSim
+class PrinterSim : public test::PrinterSim
 {
 public:
     PrinterSim(const NetworkSandbox& sandbox, const QString& host, const QStringList& printers,
                const QStringList& extraArguments = {})
-    {
-        QStringList argv{QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim"), QStringLiteral("--settings"),
-                         QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist")};
-        for (const QString& p : printers)
-            argv << QStringLiteral("--printer") << p;
-        argv << extraArguments;
-        DaemonOptions options;
-        options.networkNamespace = sandbox.namespaceName(host);
-        m_daemon.start(argv, options);
-        m_ready =
-            m_daemon.waitUntilReady([this] { return m_daemon.logContains("\"event\":\"ready\""); }, 20s);
-    }
-    bool ready() const { return m_ready; }
-    QString failure() const { return m_daemon.failureMessage(); }
-    // The simulator's events of one kind, oldest first.
-    QList<QJsonObject> events(const char* kind) const
-    {
-        QList<QJsonObject> found;
-        for (const QByteArray& line : m_daemon.log().split('\n')) {
-            const QJsonObject event = QJsonDocument::fromJson(line).object();
-            if (event.value(QStringLiteral("event")).toString() == QLatin1StringView(kind))
-                found << event;
-        }
-        return found;
-    }
-
-private:
-    DaemonRunner m_daemon;
-    bool m_ready = false;
+        : test::PrinterSim(sandbox, host, printers, extraArguments,
+                           QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim"),
+                           QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist"))
+    {}
 };
 
 // An engine living in the sandbox's client host, collecting announcements.
