@@ -1,0 +1,84 @@
+#include "pane/SnmpStringsSheet.h"
+
+#include "discovery/PrinterDiscoveryEngine.h"
+#include "pane/Localization.h"
+#include "pane/PaneLog.h"
+
+#include "ui_SnmpStringsSheet.h"
+
+namespace talvo {
+
+SnmpStringsSheet::SnmpStringsSheet(PrinterDiscoveryEngine* engine, QWidget* parent)
+    : QDialog(parent), m_ui(std::make_unique<Ui::SnmpStringsSheet>()), m_engine(engine)
+{
+    m_ui->setupUi(this);
+    setWindowModality(Qt::WindowModal);
+
+    for (QPushButton* button : {m_ui->snmpOKButton, m_ui->snmpCancelButton})
+        connect(button, &QPushButton::clicked, this, [this, button] { closeSnmpStringsSheet(button); });
+    for (QLineEdit* field : {m_ui->snmpGetTextField, m_ui->snmpSetTextField})
+        connect(field, &QLineEdit::textEdited, this, [this, field] { controlTextDidChange(field); });
+    // The outcome travels in m_snmpSheetDlgResult, not in the result code.
+    connect(this, &QDialog::finished, this, &SnmpStringsSheet::snmpStringsSheetDidEnd);
+}
+
+SnmpStringsSheet::~SnmpStringsSheet() = default;
+
+QLineEdit* SnmpStringsSheet::getTextField() const
+{
+    return m_ui->snmpGetTextField;
+}
+QLineEdit* SnmpStringsSheet::setTextField() const
+{
+    return m_ui->snmpSetTextField;
+}
+QPushButton* SnmpStringsSheet::okButton() const
+{
+    return m_ui->snmpOKButton;
+}
+QPushButton* SnmpStringsSheet::cancelButton() const
+{
+    return m_ui->snmpCancelButton;
+}
+
+void SnmpStringsSheet::showSNMPStringsSheet()
+{
+    m_ui->snmpGetCommunityLabel->setText(localizedStringForKey("SNMP Get Community Label"));
+    m_ui->snmpSetCommunityLabel->setText(localizedStringForKey("SNMP Set Community Label"));
+    m_ui->snmpGetTextField->setText(m_engine->snmpGetString());
+    m_ui->snmpSetTextField->setText(m_engine->snmpSetString());
+    m_ui->snmpOKButton->setText(localizedStringForKey("OK"));
+    m_ui->snmpCancelButton->setText(localizedStringForKey("Cancel Button Title"));
+    setWindowTitle(localizedStringForKey("SNMP Sheet Title"));
+    open();
+}
+
+void SnmpStringsSheet::reject()
+{
+    closeSnmpStringsSheet(m_ui->snmpCancelButton);
+}
+
+void SnmpStringsSheet::closeSnmpStringsSheet(QPushButton* sender)
+{
+    m_snmpSheetDlgResult = sender == m_ui->snmpOKButton;
+    done(m_snmpSheetDlgResult ? QDialog::Accepted : QDialog::Rejected);
+}
+
+void SnmpStringsSheet::snmpStringsSheetDidEnd()
+{
+    // Both strings go to the engine even when unchanged: its own rule decides
+    // whether anything is marked changed and written.
+    if (m_snmpSheetDlgResult) {
+        m_engine->setSnmpGetString(m_ui->snmpGetTextField->text());
+        m_engine->setSnmpSetString(m_ui->snmpSetTextField->text());
+        m_engine->saveUserPrefs();
+    }
+    qCInfo(lcPane, "snmpStringsSheetDidEnd");
+}
+
+void SnmpStringsSheet::controlTextDidChange(QLineEdit* field)
+{
+    m_ui->snmpOKButton->setEnabled(!field->text().trimmed().isEmpty());
+}
+
+} // namespace talvo

@@ -1,0 +1,795 @@
+#include "pane/TalvoAddPrintQueuePane.h"
+
+#include "discovery/PrinterDiscoveryEngine.h"
+#include "discovery/WalkupListener.h"
+#include "foundation/DictionaryKeys.h"
+#include "foundation/NetworkAddress.h"
+#include "foundation/Settings.h"
+#include "pane/AddPrintQueueSettings.h"
+#include "pane/DiscoveredListFile.h"
+#include "pane/Localization.h"
+#include "pane/PaneLog.h"
+#include "pane/PrinterListModel.h"
+#include "pane/PrinterPresentation.h"
+#include "pane/SnmpStringsSheet.h"
+#include "queue/QueueCreation.h"
+#include "ui_TalvoAddPrintQueuePane.h"
+
+#include <QFile>
+#include <QFont>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include <arpa/inet.h>
+
+using namespace Qt::StringLiterals;
+
+namespace talvo {
+
+Q_LOGGING_CATEGORY(lcPane, "talvo.pane")
+
+namespace {
+
+QString tx(const char* key)
+{
+    return localizedStringForKey(key);
+}
+
+const char* displayModeName(int mode)
+{
+    switch (mode) {
+    case TalvoAddPrintQueuePane::manualAddEmptyAddress:
+        return "manualAddEmptyAddress";
+    case TalvoAddPrintQueuePane::manualAddProcessing:
+        return "manualAddProcessing";
+    case TalvoAddPrintQueuePane::manualAddInvalidAddress:
+        return "manualAddInvalidAddress";
+    case TalvoAddPrintQueuePane::manualAddNoHostAtAddress:
+        return "manualAddNoHostAtAddress";
+    case TalvoAddPrintQueuePane::manualAddNotPrinterAtAddress:
+        return "manualAddNotPrinterAtAddress";
+    case TalvoAddPrintQueuePane::manualAddUnknownPrinterAtAddress:
+        return "manualAddUnknownPrinterAtAddress";
+    case TalvoAddPrintQueuePane::manualAddUnsupportedPrinterAtAddress:
+        return "manualAddUnsupportedPrinterAtAddress";
+    case TalvoAddPrintQueuePane::manualAddSupportedPrinterAtAddress:
+        return "manualAddSupportedPrinterAtAddress";
+    default:
+        return nullptr;
+    }
+}
+
+// The address as typed, as the probe and the display need it.
+struct TypedAddress
+{
+    uint32_t address = 0;
+    QString shown; // "name (dotted quad)" or the dotted quad
+};
+
+QVariantMap toMap(const std::optional<TypedAddress>& typed)
+{
+    if (!typed)
+        return {};
+    return {{u"address"_s, QVariant::fromValue(typed->address)}, {u"shown"_s, typed->shown}};
+}
+
+} // namespace
+
+void PopUpModelMenu::showPopup()
+{
+    Q_EMIT willPopUp();
+    QComboBox::showPopup();
+}
+
+TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(QWidget* parent) : TalvoAddPrintQueuePane(Options{}, parent) {}
+
+TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
+    : InstallerPane(parent), m_options(std::move(options)),
+      m_ui(std::make_unique<Ui::TalvoAddPrintQueuePane>())
+{
+    m_ui->setupUi(this);
+    m_ui->createModeTabView->tabBar()->hide();
+    m_ui->queueProgressIndicator->hide();
+    m_ui->queueProgressLabel->hide();
+
+    m_listModel = new PrinterListModel(this);
+    m_ui->discPrintersListView->setModel(m_listModel);
+    m_ui->discPrintersListView->setItemDelegate(new PrinterItemDelegate(m_ui->discPrintersListView));
+
+    for (QAbstractButton* button : {static_cast<QAbstractButton*>(m_ui->walkupButton),
+                                    static_cast<QAbstractButton*>(m_ui->discoverButton),
+                                    static_cast<QAbstractButton*>(m_ui->manualButton)})
+        connect(button, &QAbstractButton::clicked, this, [this, button] { modeButtonPress(button); });
+    connect(m_ui->discPrintersListView, &QAbstractItemView::doubleClicked, this,
+            [this](const QModelIndex& index) {
+                QList<QVariantMap> selection;
+                if (index.isValid())
+                    selection.append(m_listModel->printerAt(index.row()));
+                createPrinterFromDiscoveryListDoubleClick(selection);
+            });
+    connect(m_ui->advancedButton, &QPushButton::clicked, this, &TalvoAddPrintQueuePane::doAdvancedSheet);
+    connect(m_ui->snmpButton, &QPushButton::clicked, this, &TalvoAddPrintQueuePane::showSNMPStringsSheet);
+    connect(m_ui->saveListButton, &QPushButton::clicked, this,
+            &TalvoAddPrintQueuePane::writeDiscoveredListToFile);
+    connect(m_ui->loadListButton, &QPushButton::clicked, this,
+            &TalvoAddPrintQueuePane::loadDiscoveredListFromFile);
+    // Only the user's edits count: the field's initial text is set, not typed.
+    connect(m_ui->addressTextField, &QLineEdit::textEdited, this,
+            &TalvoAddPrintQueuePane::controlTextDidChange);
+    connect(m_ui->printerModelSelectMenu, &PopUpModelMenu::willPopUp, this,
+            &TalvoAddPrintQueuePane::printerModelSelectedPopupClicked);
+
+    m_validateTimer.setSingleShot(true);
+    m_validateTimer.setInterval(1000);
+    connect(&m_validateTimer, &QTimer::timeout, this, &TalvoAddPrintQueuePane::validateManualAddress);
+}
+
+TalvoAddPrintQueuePane::~TalvoAddPrintQueuePane()
+{
+    // Threads first: none of them may post to a pane that is going away.
+    stopManualWork();
+    m_creator.reset();
+}
+
+QString TalvoAddPrintQueuePane::title() const
+{
+    return tx("PaneTitle");
+}
+
+// --- Entering and leaving ----------------------------------------------------
+
+void TalvoAddPrintQueuePane::setUpOnce()
+{
+    m_settingsLoaded = true;
+    if (const auto settings = getSettingsDict())
+        m_settingsDict = *settings;
+    const QString vendorWord = m_settingsDict.value(kVendorKey).toString();
+    if (!vendorWord.isEmpty())
+        setVendor(vendorWord);
+
+    m_discoverySettings = m_settingsDict.value(kDiscoverySettingsKey).toMap();
+    m_useSorlenDiscovery = m_discoverySettings.value(useSorlenDiscoveryKey).toBool();
+    m_useSorlenWalkup = m_discoverySettings.value(useSorlenWalkupKey).toBool();
+
+    m_ui->discoverPrintersLabel->setText(tx("Discovered Printers"));
+    if (!m_useSorlenDiscovery)
+        m_ui->advancedButton->hide();
+    else
+        m_ui->advancedButton->setText(tx("Advanced Search"));
+    // Without walkup its button goes; the layout centres the other two.
+    if (!m_useSorlenWalkup) {
+        m_ui->walkupButton->hide();
+    } else {
+        m_ui->walkupButton->setToolTip(tx("Walkup Button Tooltip"));
+        QFile walkup(pathForPluginResources() + u"/Walkup.html"_s);
+        if (walkup.open(QIODevice::ReadOnly))
+            m_ui->walkupText->setHtml(QString::fromUtf8(walkup.readAll()));
+    }
+    m_ui->discoverButton->setToolTip(tx("Discover Button Tooltip"));
+    m_ui->manualButton->setToolTip(tx("Manual Button Tooltip"));
+    m_ui->snmpButton->setText(tx("SNMP"));
+    m_ui->saveListButton->setText(tx("Save List"));
+    m_ui->loadListButton->setText(tx("Load List"));
+
+    m_supportedPrintersDict = m_settingsDict.value(kSupportedPrintersKey).toMap();
+    m_supportedPrintersArray = m_supportedPrintersDict.keys();
+    m_presentation = std::make_unique<PrinterPresentation>(m_supportedPrintersDict,
+                                                           pathForPluginResources() + u"/images"_s);
+    loadImagesFromBundle();
+    populateManualModelChoiceMenu();
+}
+
+void TalvoAddPrintQueuePane::loadImagesFromBundle()
+{
+    const QString images = pathForPluginResources() + u"/images/"_s;
+    const auto modeIcon = [&](const QString& name) {
+        QIcon icon;
+        icon.addFile(images + name + u"_up.svg"_s, {}, QIcon::Normal, QIcon::Off);
+        icon.addFile(images + name + u".svg"_s, {}, QIcon::Normal, QIcon::On);
+        return icon;
+    };
+    m_ui->walkupButton->setIcon(modeIcon(u"Mode_Beacon"_s));
+    m_ui->discoverButton->setIcon(modeIcon(u"Mode_Discovered"_s));
+    m_ui->manualButton->setIcon(modeIcon(u"Mode_IPDNSUNC"_s));
+    m_unknownPrinterIcon = QIcon(images + u"UnknownPrinter.svg"_s);
+    m_noHostIcon = QIcon(images + u"NoHost.svg"_s);
+    m_notPrinterIcon = QIcon(images + u"NotPrinter.svg"_s);
+}
+
+void TalvoAddPrintQueuePane::createEngine()
+{
+    m_engine = m_options.usbBackendPath.isEmpty()
+                   ? new PrinterDiscoveryEngine(m_discoverySettings, this)
+                   : new PrinterDiscoveryEngine(m_discoverySettings, m_options.usbBackendPath, this);
+    m_engine->setPrinterModels(m_supportedPrintersArray);
+    m_engine->setUserName(defaultWalkupUserName());
+    connect(m_engine, &PrinterDiscoveryEngine::printerDiscovered, this,
+            &TalvoAddPrintQueuePane::addDiscoveredPrinter);
+    connect(m_engine, &PrinterDiscoveryEngine::usbPrinterDisconnected, this,
+            &TalvoAddPrintQueuePane::disconnectedUSBPrinter);
+    connect(m_engine, &PrinterDiscoveryEngine::printerBeaconed, this,
+            &TalvoAddPrintQueuePane::handleBeaconedPrinter);
+    m_engine->addSubnetsForInterfaces();
+}
+
+void TalvoAddPrintQueuePane::didEnterPane(Direction)
+{
+    if (!m_settingsLoaded)
+        setUpOnce();
+
+    const QString addressLabel = tx("IP Address or DNS Name");
+    m_ui->ipOrDNSNameLabel->setText(addressLabel);
+    m_ui->addressTextField->setText(addressLabel.endsWith(u':') ? addressLabel.chopped(1) : addressLabel);
+    m_ui->selectModelLabel->setText(tx("Select Printer Model"));
+
+    if (!m_engine)
+        createEngine();
+    m_engine->startDiscovery();
+    setMode(DiscoveredMode);
+    setManualPrinterDisplayMode(manualAddEmptyAddress, std::nullopt, {});
+    m_ui->pluginVersionLabel->setText(getVersionInfoString().value_or(QString()));
+}
+
+bool TalvoAddPrintQueuePane::shouldExitPane(Direction)
+{
+    qCInfo(lcPane) << "shouldExitPane: called";
+    bool started = false;
+    if (!m_creating) {
+        started = createPrintQueueForMode();
+        if (started)
+            prepareToExit();
+    }
+    qCInfo(lcPane).noquote() << "TalvoAddPrintQueuePane: shouldExitPane returning"
+                             << (started ? "YES" : "NO");
+    return false;
+}
+
+void TalvoAddPrintQueuePane::prepareToExit()
+{
+    qCInfo(lcPane) << "TalvoAddPrintQueuePane: prepareToExit";
+    if (m_engine) {
+        qCInfo(lcPane) << "Stopping the sorlen discovery engine...";
+        m_engine->stopDiscovery();
+    }
+}
+
+// --- Modes ---------------------------------------------------------------------
+
+void TalvoAddPrintQueuePane::modeButtonPress(QAbstractButton* sender)
+{
+    if (sender == m_ui->walkupButton)
+        setMode(WalkupMode);
+    else if (sender == m_ui->discoverButton)
+        setMode(DiscoveredMode);
+    else if (sender == m_ui->manualButton)
+        setMode(ManualMode);
+    else
+        qCWarning(lcPane).noquote() << "Unknown modeButtonPress sender:" << sender;
+}
+
+void TalvoAddPrintQueuePane::setMode(int mode)
+{
+    // Stored before the check, so an unknown value stays: the buttons and tabs
+    // keep showing the last good mode.
+    m_selectPrinterMode = mode;
+    if (mode < WalkupMode || mode > ManualMode) {
+        qCWarning(lcPane).noquote() << u"Unknown mode requested: %1"_s.arg(mode);
+        return;
+    }
+    m_ui->discoveryProgInd->setVisible(mode == DiscoveredMode);
+    m_ui->createModeTabView->setCurrentIndex(mode);
+    m_ui->walkupButton->setChecked(mode == WalkupMode);
+    m_ui->discoverButton->setChecked(mode == DiscoveredMode);
+    m_ui->manualButton->setChecked(mode == ManualMode);
+    setNextEnabled(mode != WalkupMode && !m_creating);
+    if (m_engine)
+        m_engine->setSorlenWalkupEnabled(mode == WalkupMode);
+    if (mode == ManualMode) {
+        m_ui->addressTextField->setFocus();
+        m_ui->addressTextField->selectAll();
+    }
+}
+
+// --- The discovered list ---------------------------------------------------------
+
+void TalvoAddPrintQueuePane::addDiscoveredPrinter(QVariantMap printer)
+{
+    qCInfo(lcPane).noquote() << u"TalvoAddPrintQueuePane: addDiscoveredPrinter: %1"_s.arg(
+        printer.value(kIPAddrStrKey).toString());
+    m_presentation->addImageToPrinterDict(printer);
+    m_presentation->addDisplayTextToPrinterDict(printer);
+    placeNewPrinterInDiscoveryList(printer);
+}
+
+bool TalvoAddPrintQueuePane::printerExists(const QVariantMap& printer) const
+{
+    return m_listModel->printerExists(printer);
+}
+
+void TalvoAddPrintQueuePane::placeNewPrinterInDiscoveryList(const QVariantMap& printer)
+{
+    m_listModel->placeNewPrinterInDiscoveryList(printer);
+}
+
+void TalvoAddPrintQueuePane::handleBeaconedPrinter(QVariantMap printer)
+{
+    qCInfo(lcPane).noquote() << u"TalvoAddPrintQueuePane: printer Beaconed: %1"_s.arg(
+        printer.value(kIPAddrStrKey).toString());
+    m_presentation->addImageToPrinterDict(printer);
+    createPrintQueueForPrinter(std::move(printer));
+}
+
+void TalvoAddPrintQueuePane::disconnectedUSBPrinter()
+{
+    m_listModel->disconnectedUSBPrinter();
+}
+
+void TalvoAddPrintQueuePane::createPrinterFromDiscoveryListDoubleClick(const QList<QVariantMap>& selection)
+{
+    QStringList addresses;
+    for (const QVariantMap& printer : selection)
+        addresses.append(printer.value(kIPAddrStrKey).toString());
+    qCInfo(lcPane).noquote() << u"createPrinterFromDiscoveryListDoubleClick: (%1)"_s.arg(
+        addresses.join(u", "_s));
+    if (selection.isEmpty() || m_creating)
+        return;
+    createPrintQueueForPrinter(selection.first());
+}
+
+QString TalvoAddPrintQueuePane::getSaveFilePath() const
+{
+    return discoveredListFilePath();
+}
+
+void TalvoAddPrintQueuePane::writeDiscoveredListToFile()
+{
+    if (!writeDiscoveredList(getSaveFilePath(), m_listModel->printers()))
+        qCWarning(lcPane).noquote() << "could not write the printer list to" << getSaveFilePath();
+}
+
+void TalvoAddPrintQueuePane::loadDiscoveredListFromFile()
+{
+    const auto printers = readDiscoveredList(getSaveFilePath());
+    if (!printers)
+        return;
+    for (QVariantMap printer : *printers) {
+        m_presentation->addImageToPrinterDict(printer);
+        m_presentation->addDisplayTextToPrinterDict(printer);
+        m_listModel->appendPrinter(printer);
+    }
+}
+
+// --- Sheets ---------------------------------------------------------------------------
+
+void TalvoAddPrintQueuePane::doAdvancedSheet()
+{
+    if (!m_engine || m_apqSettings)
+        return;
+    m_apqSettings = new AddPrintQueueSettings(m_engine, this);
+    connect(m_apqSettings, &QDialog::finished, this, [this] {
+        qCInfo(lcPane) << "AddPrintQueuePane: advancedSheetDidEnd";
+        m_apqSettings->deleteLater();
+        m_apqSettings = nullptr;
+    });
+    m_apqSettings->open();
+}
+
+void TalvoAddPrintQueuePane::showSNMPStringsSheet()
+{
+    if (!m_engine)
+        return;
+    if (!m_snmpSheet)
+        m_snmpSheet = new SnmpStringsSheet(m_engine, this);
+    m_snmpSheet->showSNMPStringsSheet();
+}
+
+// --- Queue creation ---------------------------------------------------------------------
+
+bool TalvoAddPrintQueuePane::createPrintQueueForMode()
+{
+    qCInfo(lcPane) << "createPrintQueueForMode";
+    bool started = false;
+    if (m_selectPrinterMode == DiscoveredMode) {
+        const QModelIndexList selected = m_ui->discPrintersListView->selectionModel()->selectedIndexes();
+        if (!selected.isEmpty()) {
+            createPrintQueueForPrinter(m_listModel->printerAt(selected.first().row()));
+            started = true;
+        }
+    } else if (m_selectPrinterMode == ManualMode && m_manualPrinterDict) {
+        // The printer's own model when it is supported, else the model the
+        // user chose in the menu (its title item names no model).
+        const QString chosen =
+            m_manualChoiceModelMenuTitlePresent ? QString() : m_ui->printerModelSelectMenu->currentText();
+        if (auto printer = prepareManualPrinter(*m_manualPrinterDict, chosen, m_supportedPrintersArray)) {
+            m_manualPrinterDict = *printer;
+            createPrintQueueForPrinter(*printer);
+            started = true;
+        }
+    }
+    if (!started) {
+        QMessageBox* sheet = makeSheet(u"noQueueSheet"_s, tx("NoQueueAlertTitle"), tx("NoQueueAlertText"));
+        sheet->setIcon(QMessageBox::Warning);
+        QPushButton* selectPrinter = sheet->addButton(tx("Select Printer"), QMessageBox::RejectRole);
+        sheet->addButton(tx("Continue"), QMessageBox::AcceptRole);
+        sheet->setDefaultButton(selectPrinter);
+        connect(sheet, &QMessageBox::finished, this,
+                [this, sheet, selectPrinter] { noQueueAckDidEnd(sheet->clickedButton() == selectPrinter); });
+        sheet->open();
+    }
+    return started;
+}
+
+void TalvoAddPrintQueuePane::createPrintQueueForPrinter(QVariantMap printer)
+{
+    if (m_creating) {
+        qCWarning(lcPane) << "a print queue is being created already; request ignored";
+        return;
+    }
+    QueueCreationSettings settings = QueueCreationSettings::fromPluginSettings(m_settingsDict);
+    if (m_engine)
+        settings.community = m_engine->snmpGetString();
+    m_creator = std::make_unique<QueueCreator>(std::move(settings));
+    // Printer icons are widgets' business: the worker gets the data only.
+    printer.remove(kPrinterIconImgKey);
+    printer.remove(kPrinterPresentationStrKey);
+    // The pane stops and joins the creator before it goes; Qt drops events
+    // posted to a deleted object.
+    const bool started = m_creator->start(printer, [this](const QueueCreationResult& result) {
+        QMetaObject::invokeMethod(
+            this, [this, result] { queueCreated(result); }, Qt::QueuedConnection);
+    });
+    if (!started) {
+        qCWarning(lcPane) << "the queue creation could not be started";
+        return;
+    }
+    setBusy(true);
+}
+
+void TalvoAddPrintQueuePane::setBusy(bool busy)
+{
+    m_creating = busy;
+    m_ui->queueProgressIndicator->setVisible(busy);
+    m_ui->queueProgressLabel->setVisible(busy);
+    m_ui->queueProgressLabel->setText(busy ? tx("Creating Print Queue") : QString());
+    m_ui->createModeTabView->setEnabled(!busy);
+    for (QWidget* control :
+         {static_cast<QWidget*>(m_ui->walkupButton), static_cast<QWidget*>(m_ui->discoverButton),
+          static_cast<QWidget*>(m_ui->manualButton), static_cast<QWidget*>(m_ui->snmpButton)})
+        control->setEnabled(!busy);
+    setNextEnabled(!busy && m_selectPrinterMode != WalkupMode);
+}
+
+void TalvoAddPrintQueuePane::queueCreated(const QueueCreationResult& result)
+{
+    setBusy(false);
+    if (result.ok()) {
+        setInstalledPrinter(result.printer);
+        const QString text = tx("CreatedPrintQueue")
+                                 .arg(result.printer.value(kCUPSQueueNameKey).toString(),
+                                      result.printer.value(kPrinterModelStrKey).toString(),
+                                      result.printer.value(kCUPSPrinterURIKey).toString());
+        QMessageBox* sheet = makeSheet(u"queueCreatedSheet"_s, tx("Print Queue Created"), text);
+        sheet->setIcon(QMessageBox::Information);
+        sheet->setStandardButtons(QMessageBox::Ok);
+        connect(sheet, &QMessageBox::finished, this, &TalvoAddPrintQueuePane::queueAckDidEnd);
+        sheet->open();
+        Q_EMIT queueCreationFinished(true, {});
+        return;
+    }
+    // Nothing was created: say why, with lpadmin's own words when it spoke,
+    // and leave the pane as it was so the user can pick again.
+    QString message;
+    switch (result.error) {
+    case QueueError::LpadminFailed:
+        message = tx("LpAdminErrorMessage");
+        break;
+    case QueueError::PPDNotFound:
+        message = tx("PPDNotFoundErrorMessage");
+        break;
+    default:
+        message = result.errorText;
+        break;
+    }
+    if (result.error == QueueError::Stopped)
+        return;
+    QMessageBox* alert = makeSheet(u"queueFailedAlert"_s, tx("Queue Creation Failed"), message);
+    alert->setIcon(QMessageBox::Critical);
+    alert->setStandardButtons(QMessageBox::Ok);
+    // The detail may hold anything lpadmin printed: shown as text, never markup.
+    if (message != result.errorText && !result.errorText.isEmpty())
+        alert->setInformativeText(u"<p>%1</p>"_s.arg(result.errorText.toHtmlEscaped()));
+    alert->open();
+    Q_EMIT queueCreationFinished(false, result.errorText);
+}
+
+void TalvoAddPrintQueuePane::setInstalledPrinter(const QVariantMap& printer)
+{
+    m_installedPrinter = printer;
+    if (QVariantMap* shared = sharedDictionary())
+        shared->insert(kInstalledPrinterDictKey, printer);
+}
+
+void TalvoAddPrintQueuePane::queueAckDidEnd()
+{
+    prepareToExit();
+    gotoNextPane();
+}
+
+void TalvoAddPrintQueuePane::noQueueAckDidEnd(bool selectPrinter)
+{
+    if (selectPrinter)
+        return;
+    prepareToExit();
+    gotoNextPane();
+}
+
+QMessageBox* TalvoAddPrintQueuePane::makeSheet(const QString& name, const QString& title, const QString& text)
+{
+    auto* sheet = new QMessageBox(this);
+    sheet->setObjectName(name);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->setWindowModality(Qt::WindowModal);
+    sheet->setWindowTitle(title);
+    sheet->setTextFormat(Qt::PlainText);
+    sheet->setText(text);
+    return sheet;
+}
+
+// --- Manual mode ---------------------------------------------------------------------------
+
+void TalvoAddPrintQueuePane::populateManualModelChoiceMenu()
+{
+    PopUpModelMenu* menu = m_ui->printerModelSelectMenu;
+    menu->clear();
+    menu->addItem(tx("Select a printer model…"));
+    QFont slanted = menu->font();
+    slanted.setItalic(true);
+    menu->setItemData(0, slanted, Qt::FontRole);
+    m_manualChoiceModelMenuTitlePresent = true;
+    menu->addItems(m_supportedPrintersArray);
+}
+
+void TalvoAddPrintQueuePane::printerModelSelectedPopupClicked()
+{
+    // The title shows only until the menu is first opened, so it can never be
+    // chosen as a model.
+    if (!m_manualChoiceModelMenuTitlePresent)
+        return;
+    m_ui->printerModelSelectMenu->removeItem(0);
+    m_manualChoiceModelMenuTitlePresent = false;
+}
+
+void TalvoAddPrintQueuePane::stopManualWork()
+{
+    m_validateTimer.stop();
+    ++m_manualGeneration;
+    if (m_nameCheck.joinable()) {
+        m_nameCheck.request_stop();
+        m_nameCheck.join();
+    }
+    if (m_probe && m_probe->isRunning()) {
+        qCInfo(lcPane) << "Cancelling running validate thread";
+        m_probe->stop();
+    }
+}
+
+void TalvoAddPrintQueuePane::checkNameInBackground(std::function<QVariantMap(std::stop_token)> work,
+                                                   std::function<void(const QVariantMap&)> done)
+{
+    // The pane joins this thread before it goes, and Qt drops the events
+    // posted to an object that is gone, so `this` is safe in both lambdas.
+    const uint64_t generation = m_manualGeneration;
+    m_nameCheck = std::jthread(
+        [this, generation, work = std::move(work), done = std::move(done)](std::stop_token stop) {
+            QVariantMap answer = work(stop);
+            if (stop.stop_requested())
+                return;
+            QMetaObject::invokeMethod(
+                this,
+                [this, generation, done, answer] {
+                    if (m_manualGeneration == generation)
+                        done(answer);
+                },
+                Qt::QueuedConnection);
+        });
+}
+
+void TalvoAddPrintQueuePane::controlTextDidChange(const QString& text)
+{
+    stopManualWork();
+    if (text.isEmpty()) {
+        setManualPrinterDisplayMode(manualAddEmptyAddress, std::nullopt, {});
+        return;
+    }
+    const QByteArray ascii = text.toLatin1();
+    if (isValidIPAddress(std::string_view(ascii.constData(), static_cast<size_t>(ascii.size())))) {
+        // A dotted quad: probed after a second without typing; the display
+        // stays as it was until then.
+        m_isValidIP = true;
+        m_validateAddress = text;
+        m_validateTimer.start();
+        return;
+    }
+    if (text.front().isLetter()) {
+        // A name counts once it resolves both ways. The lookup must not hold
+        // up typing, so it runs off the main thread and arms the timer when
+        // it succeeds.
+        checkNameInBackground(
+            [text](std::stop_token stop) {
+                const auto address = resolveManualAddress(text, stop);
+                return address ? QVariantMap{{u"address"_s, QVariant::fromValue(*address)}} : QVariantMap{};
+            },
+            [this, text](const QVariantMap& answer) {
+                if (answer.isEmpty())
+                    return;
+                m_isValidIP = false;
+                m_validateAddress = text;
+                m_validateTimer.start();
+            });
+    }
+    // Shown at once, also for a name that will resolve: its probe replaces
+    // this display a second later.
+    setManualPrinterDisplayMode(manualAddInvalidAddress, std::nullopt, {});
+}
+
+void TalvoAddPrintQueuePane::validateManualAddress()
+{
+    const QString text = m_validateAddress;
+    const bool dottedQuad = m_isValidIP;
+    m_isValidIP = false;
+    checkNameInBackground(
+        [text, dottedQuad](std::stop_token stop) {
+            std::optional<uint32_t> address;
+            if (dottedQuad) {
+                in_addr parsed{};
+                if (::inet_pton(AF_INET, text.toLatin1().constData(), &parsed) == 1)
+                    address = parsed.s_addr;
+            }
+            if (!address)
+                address = resolveManualAddress(text, stop);
+            if (!address)
+                return QVariantMap{};
+            const QString quad = stringForInetAddr(*address);
+            const QString name = manualPrinterDictWithAddress(*address, stop).value(kDnsNameKey).toString();
+            TypedAddress typed{*address, name.isEmpty() ? quad : u"%1 (%2)"_s.arg(name, quad)};
+            return toMap(typed);
+        },
+        [this](const QVariantMap& answer) {
+            if (answer.isEmpty()) {
+                setManualPrinterDisplayMode(manualAddInvalidAddress, std::nullopt, {});
+                return;
+            }
+            startProbe(answer.value(u"address"_s).value<uint32_t>(), answer.value(u"shown"_s).toString());
+        });
+}
+
+void TalvoAddPrintQueuePane::startProbe(uint32_t address, const QString& shownAddress)
+{
+    if (m_probe && m_probe->isRunning()) {
+        qCInfo(lcPane) << "Cancelling running validate thread";
+        m_probe->stop();
+    }
+    // The engine's community: the one the user may have changed in the SNMP
+    // sheet, not only the one the settings started with.
+    ProbeSettings settings = ProbeSettings::fromPluginSettings(m_settingsDict);
+    if (m_engine)
+        settings.community = m_engine->snmpGetString();
+    m_probe = std::make_unique<PrinterProbe>(std::move(settings));
+    const uint64_t generation = m_manualGeneration;
+    const bool started =
+        m_probe->start(stringForInetAddr(address), [this, generation](const ProbeOutcome& outcome) {
+            QMetaObject::invokeMethod(
+                this,
+                [this, generation, outcome] {
+                    if (m_manualGeneration == generation)
+                        handleProbeOutcome(outcome);
+                },
+                Qt::QueuedConnection);
+        });
+    if (started)
+        qCInfo(lcPane) << "Validate thread started.";
+    setManualPrinterDisplayMode(manualAddProcessing, std::nullopt, shownAddress);
+}
+
+void TalvoAddPrintQueuePane::handleProbeOutcome(const ProbeOutcome& outcome)
+{
+    switch (outcome.result) {
+    case ProbeResult::Supported:
+    case ProbeResult::Unsupported:
+        showManualPrinter(outcome.printer);
+        break;
+    case ProbeResult::UnknownPrinter:
+        setManualPrinterDisplayMode(manualAddUnknownPrinterAtAddress, outcome.printer, {});
+        break;
+    case ProbeResult::NotPrinter:
+        setManualPrinterDisplayMode(manualAddNotPrinterAtAddress, outcome.printer, {});
+        break;
+    case ProbeResult::NoHost:
+        setManualPrinterDisplayMode(manualAddNoHostAtAddress, outcome.printer, {});
+        break;
+    case ProbeResult::InvalidAddress:
+        setManualPrinterDisplayMode(manualAddInvalidAddress, std::nullopt, {});
+        break;
+    }
+}
+
+void TalvoAddPrintQueuePane::showManualPrinter(QVariantMap printer)
+{
+    m_presentation->addImageToPrinterDict(printer);
+    m_presentation->addDisplayTextToPrinterDict(printer);
+    const bool supported = m_supportedPrintersArray.contains(printer.value(kPrinterModelStrKey).toString());
+    setManualPrinterDisplayMode(
+        supported ? manualAddSupportedPrinterAtAddress : manualAddUnsupportedPrinterAtAddress, printer, {});
+}
+
+QString TalvoAddPrintQueuePane::addressStringForPrinter(const QVariantMap& printer)
+{
+    if (printer.contains(kDnsNameKey))
+        return u"%1 (%2)"_s.arg(printer.value(kDnsNameKey).toString(),
+                                printer.value(kIPAddrStrKey).toString());
+    return printer.value(kIPAddrStrKey).toString();
+}
+
+void TalvoAddPrintQueuePane::setManualPrinterDisplayMode(int mode, const std::optional<QVariantMap>& printer,
+                                                         const QString& address)
+{
+    m_manualPrinterDict = printer;
+    const char* name = displayModeName(mode);
+    if (!name) {
+        qCWarning(lcPane).noquote()
+            << u"TalvoAddPrintQueuePane: setManualPrinterDisplayMode: unknown displayMode (%1)"_s.arg(mode);
+        return;
+    }
+    qCInfo(lcPane).noquote() << "TalvoAddPrintQueuePane: setManualPrinterDisplayMode: mode =" << name;
+    m_manualDisplayMode = mode;
+
+    // Values from the network go into rich text: escaped, never markup.
+    const QString shown = (printer ? addressStringForPrinter(*printer) : address).toHtmlEscaped();
+    const bool probing = mode == manualAddProcessing;
+    const bool result = mode >= manualAddNoHostAtAddress;
+    const bool offerModels = result && mode != manualAddSupportedPrinterAtAddress;
+    m_ui->manualProgressIndicator->setVisible(probing);
+    m_ui->printerIcon->setVisible(result);
+    m_ui->printerModelSelectMenu->setVisible(offerModels);
+    m_ui->selectModelLabel->setVisible(offerModels);
+    m_ui->informationLabel->setVisible(mode != manualAddEmptyAddress);
+
+    QIcon icon;
+    QString information;
+    switch (mode) {
+    case manualAddProcessing:
+        information = tx("CheckingAddress").arg(shown);
+        break;
+    case manualAddInvalidAddress:
+        information = tx("InvalidAddress");
+        break;
+    case manualAddNoHostAtAddress:
+        icon = m_noHostIcon;
+        information = tx("No Device").arg(shown);
+        break;
+    case manualAddNotPrinterAtAddress:
+        icon = m_notPrinterIcon;
+        information = tx("No Printer").arg(shown);
+        break;
+    case manualAddUnknownPrinterAtAddress:
+        icon = m_unknownPrinterIcon;
+        information = tx("Unknown Printer").arg(shown);
+        break;
+    case manualAddUnsupportedPrinterAtAddress:
+        icon = m_unknownPrinterIcon;
+        information = tx("Unsupported Printer")
+                          .arg(printer->value(kPrinterModelStrKey).toString().toHtmlEscaped(), shown);
+        break;
+    case manualAddSupportedPrinterAtAddress:
+        icon = printer->value(kPrinterIconImgKey).value<QIcon>();
+        information = printer->value(kPrinterPresentationStrKey).toString();
+        break;
+    default:
+        break;
+    }
+    m_ui->printerIcon->setPixmap(icon.isNull() ? QPixmap() : icon.pixmap(QSize(64, 64)));
+    m_ui->informationLabel->setText(information);
+    Q_EMIT manualDisplayModeChanged(mode);
+}
+
+} // namespace talvo

@@ -1,0 +1,371 @@
+// The wizard as a user drives it, on the offscreen platform: simulated
+// printers (talvo-printer-sim with a real snmpd each) in a sandbox network,
+// the wizard in the sandbox's client host, queues created in a private cupsd.
+
+#include "EventLoop.h"
+#include "LogCapture.h"
+#include "discovery/PrinterDiscoveryEngine.h"
+#include "fixtures/CupsServer.h"
+#include "fixtures/NetworkSandbox.h"
+#include "fixtures/PrinterSim.h"
+#include "fixtures/ScopedNetns.h"
+#include "foundation/DictionaryKeys.h"
+#include "foundation/PropertyList.h"
+#include "foundation/Settings.h"
+#include "installer/InstallerWizard.h"
+#include "pane/AddPrintQueueSettings.h"
+#include "pane/Localization.h"
+#include "pane/PrinterListModel.h"
+#include "pane/SnmpStringsSheet.h"
+#include "pane/TalvoAddPrintQueuePane.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QComboBox>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListView>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+#include <memory>
+
+namespace talvo {
+namespace {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using test::CupsServer;
+using test::NetworkSandbox;
+using test::PrinterSim;
+using test::processEventsFor;
+using test::processEventsUntil;
+using test::ScopedNetns;
+
+const QString kClient = u"10.77.61.10"_s;
+
+PrinterSim startSim(const NetworkSandbox& sandbox, const QString& host, const QStringList& printers,
+                    const QStringList& extra = {})
+{
+    return PrinterSim(sandbox, host, printers, extra, QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim"),
+                      QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist"));
+}
+
+// The network, the printers and a resources folder shared by the suite.
+struct World
+{
+    NetworkSandbox sandbox;
+    std::unique_ptr<PrinterSim> printers;
+    QTemporaryDir resources;
+
+    World()
+    {
+        // No default route: a name lookup fails at once.
+        sandbox.addHost(u"client"_s, kClient + u"/24"_s, {.segment = {}, .defaultRoute = false});
+        sandbox.addHost(u"printers"_s, u"10.77.61.20/24"_s);
+        for (const QString& extra : {u"10.77.61.21/24"_s, u"10.77.61.22/24"_s})
+            sandbox.addAddress(u"printers"_s, extra);
+        // The walkup printer lives on a host of its own: a simulator binds the
+        // discovery port of its whole host.
+        sandbox.addHost(u"panel"_s, u"10.77.61.23/24"_s);
+        // Two supported printers that answer discovery (one of them twice per
+        // request) and one of another make that only answers SNMP.
+        printers = std::make_unique<PrinterSim>(
+            sandbox, u"printers"_s,
+            QStringList{
+                u"model=Model 4000,address=10.77.61.20,sysname=front-desk,reply=duplicate"_s,
+                u"model=Model 8560,address=10.77.61.21"_s,
+                u"model=Acme 100,address=10.77.61.22,sysobjectid=.1.3.6.1.4.1.99999.1,reply=silent"_s},
+            QStringList{}, QStringLiteral(TALVO_BIN_DIR "/talvo-printer-sim"),
+            QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist"));
+
+        // The shipped resources, with settings that leave out the methods
+        // this suite does not serve (Bonjour, USB) and name the shipped PPDs.
+        const QString shipped = QStringLiteral(TALVO_BUILD_RESOURCE_DIR);
+        for (const QString& entry : {u"images"_s, u"translations"_s, u"Walkup.html"_s, u"Info.plist"_s})
+            QFile::link(shipped + u'/' + entry, resources.filePath(entry));
+        QVariantMap settings = *getSettingsDict(shipped + u"/PluginSettings.plist"_s);
+        QVariantMap discovery = settings.value(kDiscoverySettingsKey).toMap();
+        discovery.insert(useBonjourKey, false);
+        discovery.insert(useUSBDiscoveryKey, false);
+        settings.insert(kDiscoverySettingsKey, discovery);
+        settings.insert(kPPDDirectoryKey, QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/../ppd/talvo"));
+        EXPECT_TRUE(plist::writeXmlFile(resources.filePath(u"PluginSettings.plist"_s), settings).isOk());
+    }
+};
+
+class PaneTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        s_world = std::make_unique<World>();
+        installTranslations(s_world->resources.path());
+    }
+    static void TearDownTestSuite() { s_world.reset(); }
+
+    void SetUp() override
+    {
+        ASSERT_TRUE(s_world->printers->ready()) << s_world->printers->failure().toStdString();
+        m_cups = std::make_unique<CupsServer>();
+        ASSERT_TRUE(m_cups->ready()) << m_cups->failureMessage().toStdString();
+        qputenv("CUPS_SERVER", m_cups->socketPath().toUtf8());
+        qputenv("HOME", m_home.path().toUtf8());
+        qputenv("XDG_CONFIG_HOME", m_home.filePath(u"config"_s).toUtf8());
+        setPluginResourcesPath(s_world->resources.path());
+        // The wizard's sockets, threads and children live in the client host.
+        m_inClient = std::make_unique<ScopedNetns>(s_world->sandbox, u"client"_s);
+
+        m_wizard = std::make_unique<InstallerWizard>(WizardTexts::fromLookup(&localizedStringForKey));
+        m_pane = new TalvoAddPrintQueuePane;
+        m_wizard->addPane(m_pane);
+        m_wizard->addClosingPage();
+        m_wizard->show();
+        m_wizard->next(); // from the welcome page into the pane
+        QObject::connect(m_pane, &TalvoAddPrintQueuePane::manualDisplayModeChanged,
+                         [this](int mode) { m_displayModes << mode; });
+    }
+    void TearDown() override
+    {
+        m_wizard.reset();
+        m_inClient.reset();
+        qunsetenv("CUPS_SERVER");
+        setPluginResourcesPath(QString());
+    }
+
+    template <typename T = QWidget> T* child(const char* name) const
+    {
+        return m_wizard->findChild<T*>(QLatin1StringView(name));
+    }
+    QMessageBox* visibleSheet(const char* name) const
+    {
+        QMessageBox* sheet = child<QMessageBox>(name);
+        return sheet && sheet->isVisible() ? sheet : nullptr;
+    }
+    bool waitForSheet(const char* name, std::chrono::milliseconds limit = 20s) const
+    {
+        return processEventsUntil([&] { return visibleSheet(name) != nullptr; }, limit);
+    }
+    void clickSheetButton(const char* sheet, const QString& text) const
+    {
+        for (QAbstractButton* button : visibleSheet(sheet)->buttons())
+            if (button->text() == text)
+                return button->click();
+        ADD_FAILURE() << "no button " << text.toStdString() << " on " << sheet;
+    }
+    QString queues() const { return QString::fromLocal8Bit(m_cups->lpstat({u"-v"_s}).standardOutput); }
+    QVariantMap installedPrinter() const
+    {
+        return m_wizard->sharedDictionary().value(kInstalledPrinterDictKey).toMap();
+    }
+    QStringList listedAddresses() const
+    {
+        QStringList addresses;
+        for (const QVariantMap& printer : m_pane->printerList()->printers())
+            addresses << printer.value(kIPAddrStrKey).toString();
+        return addresses;
+    }
+    void typeAddress(const QString& text)
+    {
+        auto* field = child<QLineEdit>("addressTextField");
+        field->selectAll();
+        QTest::keyClick(field, Qt::Key_Backspace);
+        QTest::keyClicks(field, text);
+    }
+
+    static inline std::unique_ptr<World> s_world;
+    QTemporaryDir m_home;
+    std::unique_ptr<CupsServer> m_cups;
+    std::unique_ptr<ScopedNetns> m_inClient;
+    std::unique_ptr<InstallerWizard> m_wizard;
+    TalvoAddPrintQueuePane* m_pane = nullptr;
+    QList<int> m_displayModes;
+};
+
+TEST_F(PaneTest, DiscoveredPrintersAreListedOnceAndContinueCreatesTheChosenQueue)
+{
+    ASSERT_EQ(m_wizard->currentPage(), m_pane);
+    EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::DiscoveredMode);
+    ASSERT_TRUE(processEventsUntil([&] { return m_pane->printerList()->rowCount() >= 2; }, 15s));
+    processEventsFor(1500ms); // the duplicate replies and the SNMP answers are in
+    QStringList listed = listedAddresses();
+    listed.sort();
+    ASSERT_EQ(listed, (QStringList{u"10.77.61.20"_s, u"10.77.61.21"_s}));
+    for (const QVariantMap& printer : m_pane->printerList()->printers()) {
+        EXPECT_FALSE(printer.value(kPrinterIconImgKey).value<QIcon>().isNull());
+        const QString text = printer.value(kPrinterPresentationStrKey).toString();
+        EXPECT_TRUE(text.contains(printer.value(kPrinterModelStrKey).toString()) &&
+                    text.contains(printer.value(kIPAddrStrKey).toString()))
+            << text.toStdString();
+    }
+
+    // Continue with the Model 8560 selected; the window keeps handling events
+    // while the queue is made.
+    auto* view = child<QListView>("discPrintersListView");
+    view->setCurrentIndex(
+        m_pane->printerList()->index(static_cast<int>(listedAddresses().indexOf(u"10.77.61.21"_s))));
+    int ticks = 0;
+    bool sawBusy = false;
+    QTimer ticker;
+    QObject::connect(&ticker, &QTimer::timeout, [&] {
+        sawBusy = sawBusy || m_pane->isCreatingQueue();
+        ticks += m_pane->isCreatingQueue();
+    });
+    ticker.start(10);
+    m_wizard->next();
+    EXPECT_EQ(m_wizard->currentPage(), m_pane) << "the pane leaves only through the sheet";
+    ASSERT_TRUE(waitForSheet("queueCreatedSheet")) << "no success sheet";
+    EXPECT_TRUE(sawBusy && ticks > 0) << "the event loop stood still while the queue was created";
+
+    const QVariantMap installed = installedPrinter();
+    const QString queue = installed.value(kCUPSQueueNameKey).toString();
+    EXPECT_EQ(installed.value(kIPAddrStrKey), u"10.77.61.21"_s);
+    EXPECT_TRUE(queues().contains(queue + u":"_s)) << queues().toStdString();
+    visibleSheet("queueCreatedSheet")->accept();
+    ASSERT_TRUE(processEventsUntil([&] { return m_wizard->currentPage() != m_pane; }, 5s));
+    bool closingNamesQueue = false;
+    for (const QLabel* label : m_wizard->currentPage()->findChildren<QLabel*>())
+        closingNamesQueue = closingNamesQueue || label->text().contains(queue);
+    EXPECT_TRUE(closingNamesQueue) << "the closing page does not show " << queue.toStdString();
+    EXPECT_FALSE(m_pane->discoveryEngine()->discoveryStarted());
+}
+
+TEST_F(PaneTest, AFailingLpadminIsShownWithItsTextAndThePaneStaysAsItWas)
+{
+    ASSERT_TRUE(processEventsUntil([&] { return m_pane->printerList()->rowCount() >= 1; }, 15s));
+    auto* view = child<QListView>("discPrintersListView");
+    view->setCurrentIndex(m_pane->printerList()->index(0));
+    m_cups->stop(); // lpadmin finds no scheduler
+    QString reported;
+    QObject::connect(m_pane, &TalvoAddPrintQueuePane::queueCreationFinished,
+                     [&](bool created, const QString& text) { reported = created ? u"created"_s : text; });
+    m_wizard->next();
+    ASSERT_TRUE(waitForSheet("queueFailedAlert"));
+    QMessageBox* alert = visibleSheet("queueFailedAlert");
+    EXPECT_FALSE(reported.isEmpty());
+    EXPECT_NE(reported, u"created"_s);
+    EXPECT_TRUE(alert->informativeText().contains(reported.toHtmlEscaped()))
+        << alert->informativeText().toStdString();
+    alert->accept();
+    processEventsFor(300ms);
+    EXPECT_EQ(m_wizard->currentPage(), m_pane);
+    EXPECT_EQ(view->currentIndex().row(), 0);
+    EXPECT_TRUE(m_pane->isComplete()) << "Continue stays usable";
+    EXPECT_TRUE(installedPrinter().isEmpty());
+}
+
+TEST_F(PaneTest, ManualAddressIsProbedAfterTypingStopsAndAnOtherModelCanBeChosen)
+{
+    m_pane->setMode(TalvoAddPrintQueuePane::ManualMode);
+    test::LogCapture log;
+
+    // A supported printer: invalid while incomplete, one probe once typing
+    // has paused, then the printer with its model.
+    typeAddress(u"10.77.61.21"_s);
+    ASSERT_TRUE(processEventsUntil(
+        [&] {
+            return m_pane->manualDisplayMode() == TalvoAddPrintQueuePane::manualAddSupportedPrinterAtAddress;
+        },
+        15s))
+        << "display modes seen: "
+        << ::testing::PrintToString(std::vector<int>(m_displayModes.begin(), m_displayModes.end()));
+    EXPECT_EQ(m_displayModes.first(), TalvoAddPrintQueuePane::manualAddEmptyAddress);
+    EXPECT_EQ(m_displayModes.count(TalvoAddPrintQueuePane::manualAddProcessing), 1);
+    EXPECT_LT(m_displayModes.indexOf(TalvoAddPrintQueuePane::manualAddInvalidAddress),
+              m_displayModes.indexOf(TalvoAddPrintQueuePane::manualAddProcessing));
+    EXPECT_FALSE(child("printerModelSelectMenu")->isVisible()) << "a supported model needs no choice";
+    EXPECT_TRUE(child<QLabel>("informationLabel")->text().contains(u"Model 8560"_s));
+
+    // A silent address: a newer keystroke stops its probe, whose outcome never shows.
+    typeAddress(u"10.77.61.99"_s);
+    ASSERT_TRUE(processEventsUntil(
+        [&] { return m_pane->manualDisplayMode() == TalvoAddPrintQueuePane::manualAddProcessing; }, 5s));
+    QTest::keyClick(child("addressTextField"), Qt::Key_Backspace);
+    EXPECT_TRUE(log.lines().contains(u"Cancelling running validate thread"_s));
+    processEventsFor(4s);
+    EXPECT_NE(m_pane->manualDisplayMode(), TalvoAddPrintQueuePane::manualAddNoHostAtAddress);
+
+    // A printer of another make: the menu offers the models; Continue needs one.
+    typeAddress(u"10.77.61.22"_s);
+    ASSERT_TRUE(processEventsUntil(
+        [&] {
+            return m_pane->manualDisplayMode() ==
+                   TalvoAddPrintQueuePane::manualAddUnsupportedPrinterAtAddress;
+        },
+        15s));
+    auto* menu = child<QComboBox>("printerModelSelectMenu");
+    EXPECT_TRUE(menu->isVisible());
+    EXPECT_TRUE(child<QLabel>("informationLabel")->text().contains(u"Acme 100"_s))
+        << child<QLabel>("informationLabel")->text().toStdString();
+    m_wizard->next();
+    ASSERT_TRUE(waitForSheet("noQueueSheet", 2s)) << "the menu's title is no model";
+    clickSheetButton("noQueueSheet", u"Select Printer"_s);
+    processEventsFor(200ms);
+    EXPECT_EQ(m_wizard->currentPage(), m_pane);
+
+    menu->showPopup(); // opening the menu takes its title away
+    menu->hidePopup();
+    EXPECT_EQ(menu->findText(u"Select a printer model…"_s), -1);
+    menu->setCurrentText(u"Model 4000"_s);
+    m_wizard->next();
+    ASSERT_TRUE(waitForSheet("queueCreatedSheet"));
+    const QVariantMap installed = installedPrinter();
+    EXPECT_EQ(installed.value(kPrinterModelStrKey), u"Model 4000"_s);
+    EXPECT_TRUE(installed.value(kCUPSPrinterURIKey).toString().contains(u"10.77.61.22"_s));
+    EXPECT_TRUE(queues().contains(installed.value(kCUPSQueueNameKey).toString())) << queues().toStdString();
+}
+
+TEST_F(PaneTest, WalkupModeDisablesContinueAndThePrinterSelectedAtItsPanelGetsItsQueue)
+{
+    const PrinterSim walkup =
+        startSim(s_world->sandbox, u"panel"_s, {u"model=Model 6500,address=10.77.61.23,reply=silent"_s},
+                 {u"--walkup"_s, u"printer=10.77.61.23,to=10.77.61.10,select=0.5"_s});
+    ASSERT_TRUE(walkup.ready()) << walkup.failure().toStdString();
+    child<QAbstractButton>("walkupButton")->click();
+    EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::WalkupMode);
+    EXPECT_FALSE(m_pane->isComplete()) << "Continue must be disabled in walkup mode";
+    EXPECT_TRUE(m_pane->discoveryEngine()->sorlenWalkupEnabled());
+
+    ASSERT_TRUE(waitForSheet("queueCreatedSheet", 30s));
+    EXPECT_EQ(installedPrinter().value(kIPAddrStrKey), u"10.77.61.23"_s);
+    EXPECT_EQ(installedPrinter().value(kPrinterModelStrKey), u"Model 6500"_s);
+    EXPECT_TRUE(queues().contains(installedPrinter().value(kCUPSQueueNameKey).toString()));
+    visibleSheet("queueCreatedSheet")->accept();
+    EXPECT_TRUE(processEventsUntil([&] { return m_wizard->currentPage() != m_pane; }, 5s));
+}
+
+TEST_F(PaneTest, SheetsHandTheirSettingsToTheEngine)
+{
+    child<QPushButton>("advancedButton")->click();
+    auto* advanced = m_wizard->findChild<AddPrintQueueSettings*>();
+    ASSERT_TRUE(advanced && advanced->isVisible());
+    test::LogCapture log;
+    QTest::keyClicks(advanced->gatewayTextField(), u"10.77.99.0"_s);
+    QTest::keyClicks(advanced->subnetTextField(), u"255.255.255.0"_s);
+    advanced->searchButton()->click();
+    EXPECT_FALSE(advanced->isVisible());
+    // The engine takes the network and asks it at once (and, with no route
+    // there in the sandbox, drops it again).
+    EXPECT_TRUE(log.lines().contains(u"search target added: 10.77.99.255"_s))
+        << log.lines().join(u'\n').toStdString();
+
+    child<QPushButton>("snmpButton")->click();
+    auto* snmp = m_wizard->findChild<SnmpStringsSheet*>();
+    ASSERT_TRUE(snmp && snmp->isVisible());
+    snmp->getTextField()->clear();
+    QTest::keyClicks(snmp->getTextField(), u"backoffice"_s);
+    snmp->okButton()->click();
+    EXPECT_EQ(m_pane->discoveryEngine()->snmpGetString(), u"backoffice"_s);
+    QFile prefs(filePathForUserPrefs().value_or(QString()));
+    ASSERT_TRUE(prefs.open(QIODevice::ReadOnly)) << prefs.fileName().toStdString();
+    EXPECT_TRUE(prefs.readAll().contains("backoffice"));
+}
+
+} // namespace
+} // namespace talvo

@@ -1,0 +1,137 @@
+#include "pane/PrinterListModel.h"
+
+#include "foundation/DictionaryKeys.h"
+
+#include <gtest/gtest.h>
+
+#include <QAbstractItemModelTester>
+#include <QIcon>
+#include <QImage>
+#include <QPainter>
+#include <QStyleOptionViewItem>
+
+namespace talvo {
+namespace {
+
+using namespace Qt::StringLiterals;
+
+// A printer with an address and a connection type; a null type leaves the key out.
+QVariantMap printer(const QString& ip, const QString& type, const QString& id = {})
+{
+    QVariantMap map;
+    if (!ip.isNull())
+        map.insert(kIPAddrStrKey, ip);
+    if (!type.isNull())
+        map.insert(kQueueConnectionTypeStrKey, type);
+    if (!id.isNull())
+        map.insert(kPrinterModelStrKey, id);
+    return map;
+}
+
+QStringList models(const PrinterListModel& model)
+{
+    QStringList ids;
+    for (const QVariantMap& p : model.printers())
+        ids << p.value(kPrinterModelStrKey).toString();
+    return ids;
+}
+
+class PrinterListModelTest : public testing::Test
+{
+protected:
+    PrinterListModel m_model;
+    QAbstractItemModelTester m_tester{&m_model, QAbstractItemModelTester::FailureReportingMode::Fatal};
+};
+
+TEST_F(PrinterListModelTest, PrinterExistsMatchesAddressWithinConnectionType)
+{
+    m_model.appendPrinter(printer(u"10.0.0.5"_s, u"Raw TCP"_s));
+    m_model.appendPrinter(printer({}, u"Raw TCP"_s));
+    m_model.appendPrinter(printer(u"10.0.0.6"_s, {}));
+    m_model.appendPrinter(printer(u"10.0.0.7"_s, u"USB"_s));
+
+    const struct
+    {
+        QVariantMap candidate;
+        bool exists;
+    } cases[] = {
+        {printer(u"10.0.0.5"_s, u"Raw TCP"_s), true},
+        {printer(u"10.0.0.5"_s, u"Bonjour"_s), false},
+        {printer(u"10.0.0.5"_s, {}), false},
+        {printer(u"10.0.0.6"_s, {}), true},
+        {printer(u"10.0.0.6"_s, u"Raw TCP"_s), false},
+        {printer({}, u"Raw TCP"_s), false}, // the row without an address is skipped
+        {printer(u"10.0.0.7"_s, u"USB"_s), true},
+        {printer(u"10.0.0.8"_s, u"Raw TCP"_s), false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(m_model.printerExists(c.candidate), c.exists) << testing::PrintToString(c.candidate);
+}
+
+TEST_F(PrinterListModelTest, NewPrintersAreAppendedOncePerConnectionType)
+{
+    EXPECT_TRUE(m_model.placeNewPrinterInDiscoveryList(printer(u"10.0.0.9"_s, u"Raw TCP"_s, u"a"_s)));
+    EXPECT_TRUE(m_model.placeNewPrinterInDiscoveryList(printer(u"10.0.0.1"_s, u"Raw TCP"_s, u"b"_s)));
+    EXPECT_FALSE(m_model.placeNewPrinterInDiscoveryList(printer(u"10.0.0.9"_s, u"Raw TCP"_s, u"c"_s)));
+    EXPECT_TRUE(m_model.placeNewPrinterInDiscoveryList(printer(u"10.0.0.9"_s, u"Bonjour"_s, u"d"_s)));
+    EXPECT_EQ(models(m_model), (QStringList{u"a"_s, u"b"_s, u"d"_s}));
+    EXPECT_EQ(m_model.printerAt(1).value(kPrinterModelStrKey), u"b"_s);
+    EXPECT_TRUE(m_model.printerAt(3).isEmpty());
+}
+
+TEST_F(PrinterListModelTest, UsbDisconnectRemovesEveryUsbRowOnly)
+{
+    m_model.appendPrinter(printer(u"usb1"_s, u"USB"_s, u"usb1"_s));
+    m_model.appendPrinter(printer(u"usb2"_s, u"USB"_s, u"usb2"_s));
+    m_model.appendPrinter(printer(u"10.0.0.5"_s, u"Raw TCP"_s, u"net"_s));
+    m_model.appendPrinter(printer(u"usb3"_s, u"USB"_s, u"usb3"_s));
+    m_model.appendPrinter(printer(u"10.0.0.6"_s, {}, u"untyped"_s));
+    m_model.appendPrinter(printer(u"usb4"_s, u"usb"_s, u"lower"_s));
+    m_model.disconnectedUSBPrinter();
+    EXPECT_EQ(models(m_model), (QStringList{u"net"_s, u"untyped"_s, u"lower"_s}));
+}
+
+TEST_F(PrinterListModelTest, RolesAndDelegateShowIconAndText)
+{
+    QImage red(48, 48, QImage::Format_ARGB32);
+    red.fill(Qt::red);
+    const QIcon icon(QPixmap::fromImage(red));
+    QVariantMap p = printer(u"10.0.0.5"_s, u"Raw TCP"_s);
+    p.insert(kPrinterIconImgKey, QVariant::fromValue(icon));
+    p.insert(kPrinterPresentationStrKey, u"<b>M - 10.0.0.5</b><br>Raw TCP"_s);
+    m_model.appendPrinter(p);
+    QVariantMap tall = p;
+    tall.insert(kPrinterPresentationStrKey, u"1<br>2<br>3<br>4<br>5<br>6"_s);
+    m_model.appendPrinter(tall);
+
+    const QModelIndex index = m_model.index(0);
+    EXPECT_EQ(index.data(Qt::DisplayRole), p.value(kPrinterPresentationStrKey));
+    EXPECT_EQ(index.data(Qt::DecorationRole).value<QIcon>().cacheKey(), icon.cacheKey());
+    EXPECT_EQ(index.data(PrinterListModel::PrinterRole).toMap(), p);
+
+    PrinterItemDelegate delegate;
+    QStyleOptionViewItem option;
+    option.rect = QRect(0, 0, 300, 60);
+    option.state = QStyle::State_Enabled | QStyle::State_Selected;
+    EXPECT_GE(delegate.sizeHint(option, index).height(), 48);
+    EXPECT_GT(delegate.sizeHint(option, m_model.index(1)).height(),
+              delegate.sizeHint(option, index).height());
+
+    // The icon at the left as it is; a selected row in the highlight colour.
+    for (const bool selected : {false, true}) {
+        option.state.setFlag(QStyle::State_Selected, selected);
+        QImage canvas(300, 60, QImage::Format_ARGB32);
+        canvas.fill(Qt::white);
+        {
+            QPainter painter(&canvas);
+            delegate.paint(&painter, option, index);
+        }
+        if (selected)
+            EXPECT_EQ(canvas.pixelColor(298, 58), option.palette.color(QPalette::Highlight));
+        else
+            EXPECT_EQ(canvas.pixelColor(10, 30), QColor(Qt::red));
+    }
+}
+
+} // namespace
+} // namespace talvo
