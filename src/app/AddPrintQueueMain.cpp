@@ -13,11 +13,31 @@
 #include <QLoggingCategory>
 #include <QTextStream>
 
+#include <memory>
+#include <string_view>
+
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// --help and --version print text and end: they must work without a display.
+bool printsOnly(int argc, char** argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument(argv[i]);
+        if (argument == "--version" || argument == "--help" || argument == "-h" || argument == "--help-all")
+            return true;
+    }
+    return false;
+}
+
+} // namespace
 
 int main(int argc, char** argv)
 {
-    QApplication app(argc, argv);
+    const std::unique_ptr<QCoreApplication> app = printsOnly(argc, argv)
+                                                      ? std::make_unique<QCoreApplication>(argc, argv)
+                                                      : std::make_unique<QApplication>(argc, argv);
     QApplication::setApplicationName(u"talvo-add-print-queue"_s);
     QApplication::setDesktopFileName(u"talvo-add-print-queue"_s);
 
@@ -32,7 +52,7 @@ int main(int argc, char** argv)
                                         u"The CUPS usb backend to list USB printers with."_s, u"PATH"_s);
     const QCommandLineOption verbose({u"v"_s, u"verbose"_s}, u"Log what the setup does on standard error."_s);
     parser.addOptions({version, resources, usbBackend, verbose});
-    parser.process(app);
+    parser.process(*app);
 
     if (parser.isSet(resources))
         talvo::setPluginResourcesPath(parser.value(resources));
