@@ -20,6 +20,15 @@ void logSystemError(int error)
     qCWarning(lcDiscovery) << "NSGenericException" << strerror(error);
 }
 
+sockaddr_in Datagram::sourceAddress() const
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(sourcePort);
+    address.sin_addr.s_addr = source;
+    return address;
+}
+
 Datagram readWithAddresses(int fd, int bufferSize)
 {
     Datagram d;
@@ -44,6 +53,7 @@ Datagram readWithAddresses(int fd, int bufferSize)
     d.count = static_cast<int>(n);
     d.bytes.resize(d.count);
     d.source = from.sin_addr.s_addr;
+    d.sourcePort = ntohs(from.sin_port);
     if (msg.msg_flags & MSG_CTRUNC)
         qCWarning(lcDiscovery, "ancillary buffer too small!");
     d.truncated = (msg.msg_flags & MSG_TRUNC) != 0;

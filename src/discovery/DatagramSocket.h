@@ -10,6 +10,8 @@
 
 #include <QByteArray>
 
+#include <netinet/in.h>
+
 #include <cstdint>
 
 namespace talvo {
@@ -20,9 +22,13 @@ struct Datagram
     int error = 0;            // errno of a failed read
     QByteArray bytes;         // the datagram (cut to the buffer when truncated)
     uint32_t source = 0;      // network order
+    uint16_t sourcePort = 0;  // host order
     uint32_t destination = 0; // network order; 0 when unknown or truncated
     int interfaceIndex = 0;   // 0 when unknown
     bool truncated = false;   // the datagram did not fit the buffer
+
+    // Source address and port as one socket address, to answer the sender.
+    sockaddr_in sourceAddress() const;
 };
 
 // Receives one datagram without blocking. A datagram cut short keeps its

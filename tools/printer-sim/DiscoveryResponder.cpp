@@ -1,6 +1,7 @@
 #include "printer-sim/DiscoveryResponder.h"
 
 #include "discovery/BroadcastPacket.h"
+#include "discovery/DatagramSocket.h"
 #include "printer-sim/EventLog.h"
 
 #include <arpa/inet.h>
@@ -126,46 +127,30 @@ void DiscoveryResponder::readRequests()
 {
     // A bounded batch, so signals and the replies' sending get their turn.
     for (int i = 0; i < 256; ++i) {
-        char payload[65536];
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo))];
-        sockaddr_in from{};
-        iovec buffer{payload, sizeof payload};
-        msghdr message{};
-        message.msg_name = &from;
-        message.msg_namelen = sizeof from;
-        message.msg_iov = &buffer;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t got = ::recvmsg(m_socket, &message, MSG_DONTWAIT);
-        if (got < 0) {
-            if (errno != EAGAIN && errno != EINTR)
-                warn(QStringLiteral("recvmsg: ") + QString::fromLocal8Bit(std::strerror(errno)));
+        const Datagram d = readWithAddresses(m_socket, 65536); // any UDP datagram whole
+        if (d.count < 0) {
+            if (d.error != EAGAIN && d.error != EINTR)
+                warn(QStringLiteral("recvmsg: ") + QString::fromLocal8Bit(std::strerror(d.error)));
             return;
         }
-        in_pktinfo info{};
-        for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-             header = CMSG_NXTHDR(&message, header)) {
-            if (header->cmsg_level == IPPROTO_IP && header->cmsg_type == IP_PKTINFO)
-                std::memcpy(&info, CMSG_DATA(header), sizeof info);
-        }
-        handle(QByteArray(payload, static_cast<qsizetype>(got)), from, info);
+        handle(d);
     }
 }
 
-void DiscoveryResponder::handle(const QByteArray& datagram, const sockaddr_in& from, const in_pktinfo& info)
+void DiscoveryResponder::handle(const Datagram& received)
 {
-    const QString to = text(info.ipi_addr);
-    const std::optional<broadcast::ParsedRequest> request = broadcast::parseRequest(datagram);
+    const sockaddr_in from = received.sourceAddress();
+    const uint32_t destination = received.destination;
+    const QString to = text(in_addr{destination});
+    const std::optional<broadcast::ParsedRequest> request = broadcast::parseRequest(received.bytes);
     if (!request) {
-        EventLog::dropped(text(from), to, datagram.size(), QStringLiteral("malformed request"));
+        EventLog::dropped(text(from), to, received.bytes.size(), QStringLiteral("malformed request"));
         return;
     }
-    const auto interfaceIndex = static_cast<unsigned>(info.ipi_ifindex);
+    const auto interfaceIndex = static_cast<unsigned>(received.interfaceIndex);
     EventLog::request(text(from), to, interfaceIndex, text(in_addr{request->replyAddr}),
                       request->knownPrinterAddresses);
 
-    const uint32_t destination = info.ipi_addr.s_addr;
     const auto broadcasts = m_broadcastAddresses.find(interfaceIndex);
     const bool isBroadcast =
         destination == htonl(INADDR_BROADCAST) ||

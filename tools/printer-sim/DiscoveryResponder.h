@@ -14,6 +14,7 @@
 //     responder.readRequests();
 //     responder.sendPendingReplies();
 
+#include "discovery/DatagramSocket.h"
 #include "printer-sim/SimulatedPrinter.h"
 
 #include <QByteArray>
@@ -63,7 +64,7 @@ private:
         sockaddr_in destination{};
     };
 
-    void handle(const QByteArray& datagram, const sockaddr_in& from, const in_pktinfo& info);
+    void handle(const Datagram& received);
     void queueReplies(const Responder& responder, const sockaddr_in& destination);
 
     const std::vector<SimulatedPrinter>& m_printers;

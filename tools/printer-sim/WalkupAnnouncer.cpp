@@ -1,5 +1,6 @@
 #include "printer-sim/WalkupAnnouncer.h"
 
+#include "discovery/DatagramSocket.h"
 #include "discovery/WalkupPacket.h"
 #include "printer-sim/EventLog.h"
 
@@ -378,33 +379,17 @@ void WalkupAnnouncer::readReplies()
 {
     // A bounded batch, so signals and the timer get their turn.
     for (int i = 0; i < 64; ++i) {
-        char payload[65536];
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo))];
-        sockaddr_in from{};
-        iovec buffer{payload, sizeof payload};
-        msghdr message{};
-        message.msg_name = &from;
-        message.msg_namelen = sizeof from;
-        message.msg_iov = &buffer;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        const ssize_t got = ::recvmsg(m_socket, &message, MSG_DONTWAIT);
-        if (got < 0) {
-            if (errno != EAGAIN && errno != EINTR)
-                warn(QStringLiteral("walkup recvmsg: ") + QString::fromLocal8Bit(std::strerror(errno)));
+        const Datagram d = readWithAddresses(m_socket, 65536); // any UDP datagram whole
+        if (d.count < 0) {
+            if (d.error != EAGAIN && d.error != EINTR)
+                warn(QStringLiteral("walkup recvmsg: ") + QString::fromLocal8Bit(std::strerror(d.error)));
             return;
         }
-        in_pktinfo info{};
-        for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
-             header = CMSG_NXTHDR(&message, header)) {
-            if (header->cmsg_level == IPPROTO_IP && header->cmsg_type == IP_PKTINFO)
-                std::memcpy(&info, CMSG_DATA(header), sizeof info);
-        }
-        const QByteArray datagram(payload, static_cast<qsizetype>(got));
-        const uint32_t destination = info.ipi_addr.s_addr;
-        const auto packet = WalkupPacket::fromDatagram(datagram, from.sin_addr.s_addr, destination,
-                                                       info.ipi_ifindex, u"talvo");
+        const QByteArray& datagram = d.bytes;
+        const sockaddr_in from = d.sourceAddress();
+        const uint32_t destination = d.destination;
+        const auto packet =
+            WalkupPacket::fromDatagram(datagram, d.source, destination, d.interfaceIndex, u"talvo");
         if (!packet || packet->pktWalkupType != 1) {
             Event("walkup-dropped")
                 .add("printer", text(destination))

@@ -2,6 +2,7 @@
 // which request, from which address, with which bytes; what its snmpd agents
 // answer; what it logs; and that its agents never outlive it.
 #include "discovery/BroadcastPacket.h"
+#include "discovery/DatagramSocket.h"
 #include "fixtures/DaemonRunner.h"
 #include "fixtures/NetworkSandbox.h"
 #include "fixtures/ScopedNetns.h"
@@ -22,7 +23,6 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -46,54 +46,36 @@ sockaddr_in socketAddress(const QString& address, uint16_t port)
     return result;
 }
 
-struct Datagram
-{
-    QString source; // "A.B.C.D:PORT"
-    QByteArray payload;
-};
-
-// A UDP socket living in a sandbox host, as the discovery engine opens one.
+// A socket in a sandbox host, opened and read as the discovery engine does.
 class Client
 {
 public:
     Client(const NetworkSandbox& sandbox, const QString& host)
     {
         const ScopedNetns inside(sandbox, host);
-        m_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const int on = 1;
-        ::setsockopt(m_fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof on);
-        sockaddr_in any = socketAddress(u"0.0.0.0"_s, 0);
-        socklen_t length = sizeof any;
-        ::bind(m_fd, reinterpret_cast<sockaddr*>(&any), length);
-        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&any), &length);
-        m_port = ntohs(any.sin_port);
+        m_fd = openDiscoverySocket();
+        sockaddr_in bound{};
+        socklen_t length = sizeof bound;
+        ::getsockname(m_fd, reinterpret_cast<sockaddr*>(&bound), &length);
+        m_port = ntohs(bound.sin_port);
     }
     ~Client() { ::close(m_fd); }
     uint16_t port() const { return m_port; }
 
-    void send(const QString& address, const QByteArray& payload, uint16_t port = 1200) const
+    void send(const QString& address, const QByteArray& payload) const
     {
-        const sockaddr_in to = socketAddress(address, port);
+        const sockaddr_in to = socketAddress(address, 1200);
         ASSERT_EQ(::sendto(m_fd, payload.constData(), static_cast<size_t>(payload.size()), 0,
                            reinterpret_cast<const sockaddr*>(&to), sizeof to),
                   payload.size());
     }
-    std::optional<Datagram> receive(std::chrono::milliseconds timeout) const
+    // The next datagram; count -1 when none came in time.
+    Datagram receive(std::chrono::milliseconds timeout) const
     {
         pollfd ready{m_fd, POLLIN, 0};
         if (::poll(&ready, 1, static_cast<int>(timeout.count())) != 1)
-            return std::nullopt;
-        char buffer[2048];
-        sockaddr_in from{};
-        socklen_t length = sizeof from;
-        const ssize_t got =
-            ::recvfrom(m_fd, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
-        if (got < 0)
-            return std::nullopt;
-        char text[INET_ADDRSTRLEN] = {};
-        ::inet_ntop(AF_INET, &from.sin_addr, text, sizeof text);
-        return Datagram{QString::fromLatin1(text) + u':' + QString::number(ntohs(from.sin_port)),
-                        QByteArray(buffer, static_cast<qsizetype>(got))};
+            return {};
+        return readWithAddresses(m_fd, 2048);
     }
 
 private:
@@ -101,9 +83,9 @@ private:
     uint16_t m_port = 0;
 };
 
-QByteArray request(const QStringList& known = {})
+QByteArray request()
 {
-    return broadcast::buildRequest(socketAddress(u"10.77.0.12"_s, 0).sin_addr.s_addr, known).datagram;
+    return broadcast::buildRequest(socketAddress(u"10.77.0.12"_s, 0).sin_addr.s_addr, {}).datagram;
 }
 
 // The simulator's events so far, from the log its standard output goes to.
@@ -165,23 +147,20 @@ protected:
     {
         s_sandbox = std::make_unique<NetworkSandbox>();
         s_sandbox->addHost(u"printers"_s, u"10.77.0.11/24"_s);
-        for (int last = 20; last <= 27; ++last)
-            s_sandbox->addAddress(u"printers"_s, u"10.77.0.%1/24"_s.arg(last));
+        s_sandbox->addAddress(u"printers"_s, u"10.77.0.20/24"_s);
+        s_sandbox->addAddress(u"printers"_s, u"10.77.0.22/24"_s);
+        s_sandbox->addAddress(u"printers"_s, u"10.77.0.26/24"_s);
         s_sandbox->addHost(u"client"_s, u"10.77.0.12/24"_s);
         s_sandbox->addHost(u"other"_s, u"10.77.0.13/24"_s);
         s_sandbox->addAddress(u"other"_s, u"10.77.0.40/24"_s);
 
         s_sim = std::make_unique<DaemonRunner>();
-        s_ready = startSim(*s_sim, u"printers"_s,
-                           {u"model=Model 4000,address=10.77.0.20,mac=00:80:92:aa:bb:01,cache=10.77.5.1"_s,
-                            u"model=Model 6500,address=10.77.0.21,reply-address=10.99.0.21,reply=duplicate,"
-                            u"snmp=nosuchname,cache=10.77.6.1,cache-firmware=3.0"_s,
-                            u"model=M,address=10.77.0.22,reply=bad-magic,snmp=none"_s,
-                            u"model=M,address=10.77.0.23,reply=bad-length,snmp=none"_s,
-                            u"model=M,address=10.77.0.24,reply=long-text,snmp=none"_s,
-                            u"model=M,address=10.77.0.25,reply=length-0x80,snmp=none"_s,
-                            u"model=M,address=10.77.0.26,reply=short,snmp=silent"_s,
-                            u"model=Model 1234,address=10.77.0.27,reply=silent"_s});
+        // The reply kinds and the agents' answers are checked through the
+        // engine (DiscoveryEngineTest); here only routing and agents' lives.
+        s_ready =
+            startSim(*s_sim, u"printers"_s,
+                     {u"model=Model 4000,address=10.77.0.20"_s, u"model=M,address=10.77.0.22,snmp=none"_s,
+                      u"model=M,address=10.77.0.26,snmp=silent"_s});
     }
     static void TearDownTestSuite()
     {
@@ -220,10 +199,11 @@ TEST_F(PrinterSimTest, UnicastIsAnsweredOnlyByTheAddressedPrinter)
     client.send(u"10.77.0.11"_s, request()); // the host's own address: no printer's
     client.send(u"10.77.0.20"_s, request());
 
-    const std::optional<Datagram> reply = client.receive(2s);
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->source, u"10.77.0.20:1200"_s);
-    EXPECT_FALSE(client.receive(100ms)) << "a second reply";
+    const Datagram reply = client.receive(2s);
+    ASSERT_GT(reply.count, 0);
+    EXPECT_EQ(reply.source, ::inet_addr("10.77.0.20"));
+    EXPECT_EQ(reply.sourcePort, 1200);
+    EXPECT_LT(client.receive(100ms).count, 0) << "a second reply";
 }
 
 TEST_F(PrinterSimTest, MalformedRequestIsDroppedAndLogged)
@@ -235,7 +215,7 @@ TEST_F(PrinterSimTest, MalformedRequestIsDroppedAndLogged)
     EXPECT_TRUE(waitFor([&] { return findEvent(*s_sim, u"dropped"_s, from).has_value(); }, 2s))
         << s_sim->logTail().toStdString();
     EXPECT_FALSE(findEvent(*s_sim, u"request"_s, from));
-    EXPECT_FALSE(client.receive(100ms)) << "a malformed request was answered";
+    EXPECT_LT(client.receive(100ms).count, 0) << "a malformed request was answered";
 }
 
 TEST_F(PrinterSimTest, SilentAgentSwallowsQueriesWhereNoAgentRefusesThem)

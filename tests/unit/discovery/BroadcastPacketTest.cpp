@@ -1,5 +1,4 @@
 #include "discovery/BroadcastPacket.h"
-#include "foundation/DictionaryKeys.h"
 
 #include <gtest/gtest.h>
 
@@ -101,18 +100,6 @@ TEST(DiscoveryReply, EveryCutOfAGoodReplyIsRejected)
     ASSERT_TRUE(parseReply(good));
     for (qsizetype n = 0; n < good.size(); ++n)
         EXPECT_FALSE(parseReply(good.first(n))) << n << " bytes";
-}
-
-TEST(DiscoveryReply, BecomesARawTcpPrinterDictionary)
-{
-    const auto parsed = parseReply(buildReply(QStringLiteral("Model 4000"), QStringLiteral("10.0.0.20"),
-                                              QStringLiteral("00:80:92:00:00:01")));
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(printerFromReply(*parsed),
-              (QVariantMap{{kPrinterModelStrKey, QStringLiteral("Model 4000")},
-                           {kIPAddrStrKey, QStringLiteral("10.0.0.20")},
-                           {kMacAddrStrKey, QStringLiteral("00:80:92:00:00:01")},
-                           {kQueueConnectionTypeStrKey, QStringLiteral("Raw TCP")}}));
 }
 
 } // namespace

@@ -63,40 +63,32 @@ TEST(RunProcess, CapturesStandardErrorAndExitStatusSeparately)
     EXPECT_FALSE(missing.errorText.isEmpty());
 }
 
-TEST(RunProcess, StopRequestKillsTheProgramAndWhatItStartedAtOnce)
+TEST(RunProcess, StopRequestTimeOutAndStoppedTokenKillTheProgramAndWhatItStartedAtOnce)
 {
-    std::stop_source stop;
+    std::stop_source late;
+    std::stop_source early;
+    early.request_stop();
+    const struct
+    {
+        ProcessOptions options;
+        ProcessResult::Status status;
+    } cases[] = {
+        {{.stopToken = late.get_token(), .timeout = {}}, ProcessResult::Status::Stopped},
+        {{.stopToken = {}, .timeout = 150ms}, ProcessResult::Status::TimedOut},
+        {{.stopToken = early.get_token(), .timeout = {}}, ProcessResult::Status::Stopped}, // never waits
+    };
     std::jthread stopper([&] {
         std::this_thread::sleep_for(100ms);
-        stop.request_stop();
+        late.request_stop();
     });
-    const auto start = Clock::now();
-    ProcessOptions options;
-    options.stopToken = stop.get_token();
-    // The shell's own child holds the pipes too: it must die with the group.
-    const ProcessResult r = runProcess(
-        {QStringLiteral("sh"), QStringLiteral("-c"), QStringLiteral("sleep 30 & sleep 30")}, options);
-    EXPECT_EQ(r.status, ProcessResult::Status::Stopped);
-    EXPECT_LT(Clock::now() - start, 5s);
-}
-
-TEST(RunProcess, TimeOutKillsAndAnAlreadyStoppedTokenNeverWaits)
-{
-    ProcessOptions timed;
-    timed.timeout = 150ms;
-    auto start = Clock::now();
-    EXPECT_EQ(runProcess({QStringLiteral("sleep"), QStringLiteral("30")}, timed).status,
-              ProcessResult::Status::TimedOut);
-    EXPECT_LT(Clock::now() - start, 5s);
-
-    std::stop_source stopped;
-    stopped.request_stop();
-    ProcessOptions options;
-    options.stopToken = stopped.get_token();
-    start = Clock::now();
-    EXPECT_EQ(runProcess({QStringLiteral("sleep"), QStringLiteral("30")}, options).status,
-              ProcessResult::Status::Stopped);
-    EXPECT_LT(Clock::now() - start, 5s);
+    for (const auto& c : cases) {
+        const auto start = Clock::now();
+        // The shell's own child holds the pipes too: it must die with the group.
+        const ProcessResult r = runProcess(
+            {QStringLiteral("sh"), QStringLiteral("-c"), QStringLiteral("sleep 30 & sleep 30")}, c.options);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_LT(Clock::now() - start, 5s);
+    }
 }
 
 TEST(RunProcess, ReturnsWhenTheProgramEndsEvenIfItLeftAChildHoldingTheOutput)
