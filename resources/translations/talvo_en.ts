@@ -73,7 +73,8 @@
     </message>
     <message id="CreatedPrintQueue">
         <source>CreatedPrintQueue</source>
-        <translation>The print queue %1 was created for the %2 at %3.</translation>
+        <translation>The print queue %1 was created for the %2.
+Device URI: %3</translation>
     </message>
     <message id="LpAdminErrorMessage">
         <source>LpAdminErrorMessage</source>

@@ -98,8 +98,12 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
 
     for (QAbstractButton* button : {static_cast<QAbstractButton*>(m_ui->walkupButton),
                                     static_cast<QAbstractButton*>(m_ui->discoverButton),
-                                    static_cast<QAbstractButton*>(m_ui->manualButton)})
+                                    static_cast<QAbstractButton*>(m_ui->manualButton)}) {
+        // The images draw the pressed state themselves; the style's own
+        // sunken frame would only sit behind them.
+        button->setStyleSheet(u"QToolButton { border: none; background: transparent; padding: 0; }"_s);
         connect(button, &QAbstractButton::clicked, this, [this, button] { modeButtonPress(button); });
+    }
     connect(m_ui->discPrintersListView, &QAbstractItemView::doubleClicked, this,
             [this](const QModelIndex& index) {
                 QList<QVariantMap> selection;
@@ -464,11 +468,17 @@ void TalvoAddPrintQueuePane::queueCreated(const QueueCreationResult& result)
     setBusy(false);
     if (result.ok()) {
         setInstalledPrinter(result.printer);
-        const QString text = tx("CreatedPrintQueue")
-                                 .arg(result.printer.value(kCUPSQueueNameKey).toString(),
-                                      result.printer.value(kPrinterModelStrKey).toString(),
-                                      result.printer.value(kCUPSPrinterURIKey).toString());
+        // Rich text only for the text's own line breaks; every value is escaped.
+        const auto value = [&](QLatin1StringView key) {
+            return result.printer.value(key).toString().toHtmlEscaped();
+        };
+        const QString text =
+            tx("CreatedPrintQueue")
+                .toHtmlEscaped()
+                .replace(u'\n', u"<br>"_s)
+                .arg(value(kCUPSQueueNameKey), value(kPrinterModelStrKey), value(kCUPSPrinterURIKey));
         QMessageBox* sheet = makeSheet(u"queueCreatedSheet"_s, tx("Print Queue Created"), text);
+        sheet->setTextFormat(Qt::RichText);
         sheet->setIcon(QMessageBox::Information);
         sheet->setStandardButtons(QMessageBox::Ok);
         connect(sheet, &QMessageBox::finished, this, &TalvoAddPrintQueuePane::queueAckDidEnd);
