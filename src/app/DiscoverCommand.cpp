@@ -9,6 +9,7 @@
 
 #include <QCoreApplication>
 #include <QJsonDocument>
+#include <QSet>
 #include <QTimer>
 
 #include <arpa/inet.h>
@@ -55,11 +56,15 @@ int runDiscover(const Context& context)
     // Walkup answers printers with the user's name: it has its own command.
     engine.setSorlenWalkupEnabled(false);
 
-    QList<QVariantMap> seen;
+    // A set, not a list to scan: thousands of printers may be announced.
+    QSet<QString> seen;
     QObject::connect(&engine, &PrinterDiscoveryEngine::printerDiscovered, [&](const QVariantMap& printer) {
-        if (samePrinterSeen(seen, printer))
-            return;
-        seen << printer;
+        const QString identity = printerIdentity(printer);
+        if (!identity.isEmpty()) {
+            if (seen.contains(identity))
+                return;
+            seen.insert(identity);
+        }
         if (context.json)
             out() << QJsonDocument(printerToJson(printer)).toJson(QJsonDocument::Compact) << Qt::endl;
         else

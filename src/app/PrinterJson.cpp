@@ -42,18 +42,16 @@ QString printerToText(const QVariantMap& printer)
     return line.trimmed();
 }
 
-bool samePrinterSeen(const QList<QVariantMap>& seen, const QVariantMap& printer)
+QString printerIdentity(const QVariantMap& printer)
 {
     const QString address = printer.value(kIPAddrStrKey).toString();
     if (address.isEmpty())
-        return false;
-    const QVariant type = printer.value(kQueueConnectionTypeStrKey);
-    for (const QVariantMap& other : seen) {
-        if (other.value(kQueueConnectionTypeStrKey) == type &&
-            other.value(kIPAddrStrKey).toString() == address)
-            return true;
-    }
-    return false;
+        return {};
+    // An absent connection type is a type of its own, unlike an empty one.
+    const QString type = printer.contains(kQueueConnectionTypeStrKey)
+                             ? printer.value(kQueueConnectionTypeStrKey).toString()
+                             : QStringLiteral("\x01");
+    return type + u'\n' + address;
 }
 
 } // namespace talvo::cli

@@ -13,8 +13,8 @@ namespace talvo::cli {
 QJsonObject printerToJson(const QVariantMap& printer);
 QString printerToText(const QVariantMap& printer);
 
-// True when `seen` already holds a printer of the same "queueType" and
-// "ipAddr" (printers without an address are never the same).
-bool samePrinterSeen(const QList<QVariantMap>& seen, const QVariantMap& printer);
+// What makes two announcements the same printer: its connection type and
+// address. Empty for a printer without an address (never the same as another).
+QString printerIdentity(const QVariantMap& printer);
 
 } // namespace talvo::cli
