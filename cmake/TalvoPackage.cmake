@@ -46,14 +46,14 @@ tool talvo-printers, which drives the same engine for administrators and
 scripts.")
 
 # The libraries the programs link come from dpkg-shlibdeps, with the versions
-# they need; the list below names them too, and the programs and plug-ins used
-# at run time that no linker sees: the Qt platform and SVG image plug-ins, the
-# snmpget fallback, lpadmin and lpstat, the CUPS backends (cupsd refuses lpd://
+# they need (the X11 platform plug-in is part of libqt6gui6); the list below
+# names what no linker sees: the Qt SVG image and icon plug-ins (the icons
+# are SVG), the snmpget fallback, lpadmin and lpstat, the CUPS backends (cupsd refuses lpd://
 # device URIs without the lpd backend of the cups package), ping for the
 # manual probe, and gzip for the PPDs (essential, so with a version).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libqt6core6, libqt6gui6, libqt6widgets6, libqt6svg6, qt6-qpa-plugins, libsnmp40, snmp, libavahi-compat-libdnssd1, libplist3, cups-client, cups, iputils-ping, gzip (>= 1.12)")
+    "libqt6svg6, snmp, cups-client, cups, iputils-ping, gzip (>= 1.12)")
 # md5sums and the other control files 0644, as dpkg itself makes them.
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
