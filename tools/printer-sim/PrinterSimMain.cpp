@@ -80,6 +80,11 @@ of objects with the same keys, string values):
                       | short (6 bytes) | silent (never replies)
   Example: --printer "model=Model 4000,address=10.77.0.20,cache=10.77.1.0"
 
+Every agent also answers the installed options the model PPDs ask for:
+memory .1.3.6.1.4.1.58101.3.1.1.0 = 524288 (KiB), optional trays ...2.0 = 1,
+duplexer ...3.0 = 1, hard disk ...4.0 = 0, envelope feeder ...5.0 = "absent",
+finisher ...6.0 = "stapler".
+
 A request to a printer's address is answered by that printer; a request to a
 broadcast address by every printer on the interface it arrived on. Replies go
 to the request's source address and port. Malformed requests are dropped.

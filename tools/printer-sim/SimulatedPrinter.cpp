@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <tuple>
 #include <utility>
 
 namespace talvo::sim {
@@ -303,6 +304,18 @@ SnmpdConfig SimulatedPrinter::agentConfig() const
     if (snmp != SnmpMode::NoSuchName)
         config.overrides.push_back(
             {kPrinterMibName, QStringLiteral("octet_str"), SnmpdConfig::quoted(sysName)});
+
+    // The installed options, as a printer with some extras reports them: the
+    // model PPDs ask these OIDs for their InstallableOptions defaults.
+    const QString options = QStringLiteral(".1.3.6.1.4.1.58101.3.1.");
+    for (const auto& [oid, type, value] : {std::tuple{"1.0", "integer", "524288"},
+                                           {"2.0", "integer", "1"},
+                                           {"3.0", "integer", "1"},
+                                           {"4.0", "integer", "0"},
+                                           {"5.0", "octet_str", "\"absent\""},
+                                           {"6.0", "octet_str", "\"stapler\""}})
+        config.overrides.push_back(
+            {options + QLatin1StringView(oid), QLatin1StringView(type), QLatin1StringView(value)});
 
     // The known-network cache: an enabled flag and four addresses, numbered
     // differently by the two firmware generations.

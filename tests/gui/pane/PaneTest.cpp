@@ -227,6 +227,10 @@ TEST_F(PaneTest, DiscoveredPrintersAreListedOnceAndContinueCreatesTheChosenQueue
     const QString queue = installed.value(kCUPSQueueNameKey).toString();
     EXPECT_EQ(installed.value(kIPAddrStrKey), u"10.77.61.21"_s);
     EXPECT_TRUE(queues().contains(queue + u":"_s)) << queues().toStdString();
+    // The queue's PPD carries the options the printer reported installed.
+    QFile ppd(m_cups->storedPpdPath(queue));
+    ASSERT_TRUE(ppd.open(QIODevice::ReadOnly)) << ppd.fileName().toStdString();
+    EXPECT_TRUE(ppd.readAll().contains("*DefaultOptionalDuplexer: True"));
     visibleSheet("queueCreatedSheet")->accept();
     ASSERT_TRUE(processEventsUntil([&] { return m_wizard->currentPage() != m_pane; }, 5s));
     bool closingNamesQueue = false;
