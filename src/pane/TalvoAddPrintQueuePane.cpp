@@ -696,8 +696,8 @@ void TalvoAddPrintQueuePane::startProbe(uint32_t address, const QString& shownAd
                 },
                 Qt::QueuedConnection);
         });
-    if (started)
-        qCInfo(lcPane) << "Validate thread started.";
+    if (!started)
+        qCWarning(lcPane) << "the address could not be probed: no thread for it";
     setManualPrinterDisplayMode(manualAddProcessing, std::nullopt, shownAddress);
 }
 
