@@ -459,50 +459,26 @@ bool PrinterProbe::start(const QString& addressText, Completion completion)
     if (isRunning())
         qCInfo(lcQueue) << "Cancelling running validate thread";
     stop();
-    {
-        std::lock_guard lock(m_mutex);
-        m_running = true;
-    }
-    try {
-        m_thread =
-            std::jthread([this, addressText, completion = std::move(completion)](std::stop_token stop) {
-                const auto outcome = probeAddressText(addressText, m_settings, stop);
-                {
-                    std::lock_guard lock(m_mutex);
-                    m_running = false;
-                }
-                if (outcome && !stop.stop_requested())
-                    completion(*outcome);
-                qCInfo(lcQueue) << "validateThreadEntryFunc pthread_cleanup_pop called";
-            });
+    const bool started = m_worker.start(
+        [this, addressText](std::stop_token stop) {
+            auto outcome = probeAddressText(addressText, m_settings, stop);
+            qCInfo(lcQueue) << "validateThreadEntryFunc pthread_cleanup_pop called";
+            return outcome;
+        },
+        std::move(completion));
+    if (started)
         qCInfo(lcQueue) << "Validate thread started.";
-        return true;
-    } catch (const std::system_error& e) {
-        std::lock_guard lock(m_mutex);
-        m_running = false;
-        qCWarning(lcQueue) << "NSGenericException" << e.what();
-        return false;
-    }
+    return started;
 }
 
 void PrinterProbe::stop()
 {
-    if (!m_thread.joinable())
-        return;
-    m_thread.request_stop();
-    if (m_thread.get_id() == std::this_thread::get_id()) {
-        m_thread.detach(); // called from the completion: the thread ends by itself
-        return;
-    }
-    m_thread.join();
-    std::lock_guard lock(m_mutex);
-    m_running = false;
+    m_worker.stop();
 }
 
 bool PrinterProbe::isRunning() const
 {
-    std::lock_guard lock(m_mutex);
-    return m_running;
+    return m_worker.isRunning();
 }
 
 } // namespace talvo

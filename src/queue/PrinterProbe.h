@@ -15,6 +15,8 @@
 //     // or blocking, on a thread of your own:
 //     std::optional<talvo::ProbeOutcome> o = talvo::probeAddressText(u"printer-a"_s, settings, stopToken);
 
+#include "foundation/Worker.h"
+
 #include <QHash>
 #include <QString>
 #include <QStringList>
@@ -23,10 +25,8 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <stop_token>
-#include <thread>
 
 namespace talvo {
 
@@ -130,9 +130,7 @@ public:
 
 private:
     ProbeSettings m_settings;
-    mutable std::mutex m_mutex;
-    bool m_running = false;
-    std::jthread m_thread;
+    Worker<ProbeOutcome> m_worker;
 };
 
 } // namespace talvo

@@ -233,52 +233,21 @@ QueueCreator::~QueueCreator()
 
 bool QueueCreator::start(QVariantMap printer, Completion completion)
 {
-    {
-        std::lock_guard lock(m_mutex);
-        if (m_running)
-            return false;
-        m_running = true;
-    }
-    if (m_thread.joinable())
-        m_thread.join(); // a finished creation's thread
-    try {
-        m_thread = std::jthread(
-            [this, printer = std::move(printer), completion = std::move(completion)](std::stop_token stop) {
-                const QueueCreationResult result = createPrintQueueForPrinter(printer, m_settings, stop);
-                {
-                    std::lock_guard lock(m_mutex);
-                    m_running = false;
-                }
-                if (!stop.stop_requested())
-                    completion(result);
-            });
-    } catch (const std::system_error& e) {
-        std::lock_guard lock(m_mutex);
-        m_running = false;
-        qCWarning(lcQueue) << "NSGenericException" << e.what();
-        return false;
-    }
-    return true;
+    return m_worker.start(
+        [this, printer = std::move(printer)](std::stop_token stop) {
+            return std::optional(createPrintQueueForPrinter(printer, m_settings, stop));
+        },
+        std::move(completion));
 }
 
 void QueueCreator::stop()
 {
-    if (!m_thread.joinable())
-        return;
-    m_thread.request_stop();
-    if (m_thread.get_id() == std::this_thread::get_id()) {
-        m_thread.detach(); // called from the completion: the thread ends by itself
-        return;
-    }
-    m_thread.join();
-    std::lock_guard lock(m_mutex);
-    m_running = false;
+    m_worker.stop();
 }
 
 bool QueueCreator::isRunning() const
 {
-    std::lock_guard lock(m_mutex);
-    return m_running;
+    return m_worker.isRunning();
 }
 
 } // namespace talvo

@@ -16,15 +16,15 @@
 //
 //     talvo::QueuePlan plan = talvo::planPrintQueue(*printer, settings); // dry run: nothing runs
 
+#include "foundation/Worker.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
 
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <stop_token>
-#include <thread>
 
 namespace talvo {
 
@@ -136,9 +136,7 @@ public:
 
 private:
     QueueCreationSettings m_settings;
-    mutable std::mutex m_mutex;
-    bool m_running = false;
-    std::jthread m_thread;
+    Worker<QueueCreationResult> m_worker;
 };
 
 } // namespace talvo
