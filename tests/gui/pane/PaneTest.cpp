@@ -345,6 +345,19 @@ TEST_F(PaneTest, WalkupModeDisablesContinueAndThePrinterSelectedAtItsPanelGetsIt
     EXPECT_TRUE(processEventsUntil([&] { return m_wizard->currentPage() != m_pane; }, 5s));
 }
 
+TEST_F(PaneTest, EnteringAgainRestartsTheSameEngineInDiscoveredMode)
+{
+    PrinterDiscoveryEngine* engine = m_pane->discoveryEngine();
+    m_pane->setMode(TalvoAddPrintQueuePane::ManualMode);
+    m_pane->prepareToExit();
+    EXPECT_FALSE(engine->discoveryStarted());
+    m_wizard->back();
+    m_wizard->next();
+    EXPECT_EQ(m_pane->discoveryEngine(), engine);
+    EXPECT_TRUE(engine->discoveryStarted());
+    EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::DiscoveredMode);
+}
+
 TEST_F(PaneTest, SheetsHandTheirSettingsToTheEngine)
 {
     child<QPushButton>("advancedButton")->click();
