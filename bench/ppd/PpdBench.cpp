@@ -69,6 +69,8 @@ template <typename F> Stats measure(int runs, F&& run)
         run();
         ms.push_back(static_cast<double>(timer.nsecsElapsed()) / 1e6);
     }
+    if (ms.empty())
+        return {0, 0, 0};
     std::sort(ms.begin(), ms.end());
     return {ms[ms.size() / 2], ms.front(), ms.back()};
 }
