@@ -18,7 +18,6 @@ using namespace Qt::StringLiterals;
 class DiscoveredListFileTest : public testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_TRUE(m_dir.isValid()); }
     QString path() const { return m_dir.filePath(u"DiscoveredPrinters.plist"_s); }
 
     static QVariantMap stored(const QString& ip)
@@ -45,13 +44,9 @@ TEST_F(DiscoveredListFileTest, RoundTripLeavesOutDisplayKeys)
     QFile file(path());
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     const QByteArray xml = file.readAll();
-    EXPECT_FALSE(xml.contains("printerIcon"));
-    EXPECT_FALSE(xml.contains("presentationText"));
+    EXPECT_FALSE(xml.contains("printerIcon") || xml.contains("presentationText"));
 
-    const QList<QVariantMap> expected{stored(u"10.0.0.5"_s), stored(u"10.0.0.6"_s)};
-    EXPECT_EQ(readDiscoveredList(path()), expected);
-    // Each load gives the whole list again; the pane appends it as it is.
-    EXPECT_EQ(readDiscoveredList(path()), expected);
+    EXPECT_EQ(readDiscoveredList(path()), (QList<QVariantMap>{stored(u"10.0.0.5"_s), stored(u"10.0.0.6"_s)}));
 }
 
 TEST_F(DiscoveredListFileTest, UnreadableFilesGiveNothingAndOtherElementsAreSkipped)
