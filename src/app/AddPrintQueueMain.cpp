@@ -3,13 +3,10 @@
 // queue created.
 
 #include "foundation/Settings.h"
-#include "installer/InstallerWizard.h"
-#include "pane/Localization.h"
-#include "pane/TalvoAddPrintQueuePane.h"
+#include "pane/AddPrintQueueWizard.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QIcon>
 #include <QLoggingCategory>
 #include <QTextStream>
 
@@ -64,15 +61,9 @@ int main(int argc, char** argv)
     // Warnings always reach standard error; the step-by-step lines on request.
     if (!parser.isSet(verbose))
         QLoggingCategory::setFilterRules(u"talvo.*.debug=false\ntalvo.*.info=false"_s);
-    const QString folder = talvo::pathForPluginResources();
-    talvo::installTranslations(folder);
-    QApplication::setWindowIcon(QIcon(folder + u"/images/talvo-add-print-queue.svg"_s));
-
-    talvo::InstallerWizard wizard(talvo::WizardTexts::fromLookup(&talvo::localizedStringForKey));
     talvo::TalvoAddPrintQueuePane::Options options;
     options.usbBackendPath = parser.value(usbBackend);
-    wizard.addPane(new talvo::TalvoAddPrintQueuePane(options));
-    wizard.addClosingPage();
-    wizard.show();
+    const talvo::AddPrintQueueWizard made = talvo::makeAddPrintQueueWizard(options);
+    made.wizard->show();
     return QApplication::exec();
 }

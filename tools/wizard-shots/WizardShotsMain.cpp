@@ -14,9 +14,8 @@
 
 #include "foundation/DictionaryKeys.h"
 #include "foundation/Settings.h"
-#include "installer/InstallerWizard.h"
 #include "pane/AddPrintQueueSettings.h"
-#include "pane/Localization.h"
+#include "pane/AddPrintQueueWizard.h"
 #include "pane/PrinterListModel.h"
 #include "pane/SnmpStringsSheet.h"
 #include "pane/TalvoAddPrintQueuePane.h"
@@ -26,7 +25,6 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QIcon>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QListView>
@@ -231,17 +229,13 @@ int main(int argc, char** argv)
         talvo::setPluginResourcesPath(parser.value(resources));
     if (!parser.isSet(verbose))
         QLoggingCategory::setFilterRules(u"talvo.*.debug=false\ntalvo.*.info=false"_s);
-    const QString folder = talvo::pathForPluginResources();
-    talvo::installTranslations(folder);
-    QApplication::setWindowIcon(QIcon(folder + u"/images/talvo-add-print-queue.svg"_s));
-
     // The same wizard as talvo-add-print-queue's.
-    talvo::InstallerWizard wizard(talvo::WizardTexts::fromLookup(&talvo::localizedStringForKey));
     TalvoAddPrintQueuePane::Options options;
     options.usbBackendPath = parser.value(usbBackend);
-    auto* pane = new TalvoAddPrintQueuePane(options);
-    wizard.addPane(pane);
-    const int closingId = wizard.addClosingPage();
+    const talvo::AddPrintQueueWizard made = talvo::makeAddPrintQueueWizard(options);
+    talvo::InstallerWizard& wizard = *made.wizard;
+    TalvoAddPrintQueuePane* pane = made.pane;
+    const int closingId = made.closingPageId;
 
     auto* address = pane->findChild<QLineEdit*>(u"addressTextField"_s);
     auto* list = pane->findChild<QListView*>(u"discPrintersListView"_s);
