@@ -1,4 +1,6 @@
 #include "printer-sim/DiscoveryResponder.h"
+#include "foundation/NetworkAddress.h"
+#include "printer-sim/SimSocket.h"
 
 #include "discovery/BroadcastPacket.h"
 #include "discovery/DatagramSocket.h"
@@ -21,18 +23,6 @@ namespace {
 // requests is shed instead of growing without bound.
 constexpr std::size_t kMaxPendingReplies = 200000;
 constexpr int kSocketBuffer = 4 * 1024 * 1024;
-
-QString text(in_addr address)
-{
-    char buffer[INET_ADDRSTRLEN] = {};
-    ::inet_ntop(AF_INET, &address, buffer, sizeof buffer);
-    return QString::fromLatin1(buffer);
-}
-
-QString text(const sockaddr_in& address)
-{
-    return text(address.sin_addr) + u':' + QString::number(ntohs(address.sin_port));
-}
 
 uint32_t ipv4Of(const sockaddr* address)
 {
@@ -141,14 +131,14 @@ void DiscoveryResponder::handle(const Datagram& received)
 {
     const sockaddr_in from = received.sourceAddress();
     const uint32_t destination = received.destination;
-    const QString to = text(in_addr{destination});
+    const QString to = stringForInetAddr(destination);
     const std::optional<broadcast::ParsedRequest> request = broadcast::parseRequest(received.bytes);
     if (!request) {
-        EventLog::dropped(text(from), to, received.bytes.size(), QStringLiteral("malformed request"));
+        EventLog::dropped(endpointText(from), to, received.bytes.size(), QStringLiteral("malformed request"));
         return;
     }
     const auto interfaceIndex = static_cast<unsigned>(received.interfaceIndex);
-    EventLog::request(text(from), to, interfaceIndex, text(in_addr{request->replyAddr}),
+    EventLog::request(endpointText(from), to, interfaceIndex, stringForInetAddr(request->replyAddr),
                       request->knownPrinterAddresses);
 
     const auto broadcasts = m_broadcastAddresses.find(interfaceIndex);
@@ -170,7 +160,7 @@ void DiscoveryResponder::queueReplies(const Responder& responder, const sockaddr
     for (const QByteArray& datagram : responder.datagrams) {
         if (m_pending.size() >= kMaxPendingReplies) {
             warn(QStringLiteral("too many replies waiting: the reply of %1 to %2 is dropped")
-                     .arg(responder.printer->address, text(destination)));
+                     .arg(responder.printer->address, endpointText(destination)));
             continue;
         }
         m_pending.push_back({&responder, &datagram, destination});
@@ -181,31 +171,11 @@ void DiscoveryResponder::sendPendingReplies()
 {
     while (!m_pending.empty()) {
         const PendingReply& reply = m_pending.front();
-        // The source address rides in IP_PKTINFO: the kernel sends from it
-        // though the socket is bound to 0.0.0.0.
-        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo))] = {};
-        in_pktinfo info{};
-        info.ipi_spec_dst = reply.responder->source;
-        iovec buffer{const_cast<char*>(reply.datagram->constData()),
-                     static_cast<size_t>(reply.datagram->size())};
-        msghdr message{};
-        message.msg_name = const_cast<sockaddr_in*>(&reply.destination);
-        message.msg_namelen = sizeof reply.destination;
-        message.msg_iov = &buffer;
-        message.msg_iovlen = 1;
-        message.msg_control = control;
-        message.msg_controllen = sizeof control;
-        cmsghdr* header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = IPPROTO_IP;
-        header->cmsg_type = IP_PKTINFO;
-        header->cmsg_len = CMSG_LEN(sizeof info);
-        std::memcpy(CMSG_DATA(header), &info, sizeof info);
-
-        if (::sendmsg(m_socket, &message, MSG_DONTWAIT) < 0) {
+        if (!sendFrom(m_socket, *reply.datagram, reply.destination, reply.responder->source.s_addr)) {
             if (errno == EAGAIN || errno == EINTR)
                 return; // again when the socket is writable
             warn(QStringLiteral("cannot send the reply of %1 to %2: %3")
-                     .arg(reply.responder->printer->address, text(reply.destination),
+                     .arg(reply.responder->printer->address, endpointText(reply.destination),
                           QString::fromLocal8Bit(std::strerror(errno))));
         } else {
             EventLog::reply(reply.responder->printer->address, reply.responder->printer->replyKind());

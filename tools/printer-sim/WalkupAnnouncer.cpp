@@ -1,4 +1,6 @@
 #include "printer-sim/WalkupAnnouncer.h"
+#include "foundation/NetworkAddress.h"
+#include "printer-sim/SimSocket.h"
 
 #include "discovery/DatagramSocket.h"
 #include "discovery/WalkupPacket.h"
@@ -43,19 +45,6 @@ std::optional<uint32_t> ipv4(const QString& text)
     if (::inet_pton(AF_INET, text.toLatin1().constData(), &parsed) != 1)
         return std::nullopt;
     return parsed.s_addr;
-}
-
-QString text(uint32_t networkOrder)
-{
-    char buffer[INET_ADDRSTRLEN] = {};
-    const in_addr address{networkOrder};
-    ::inet_ntop(AF_INET, &address, buffer, sizeof buffer);
-    return QString::fromLatin1(buffer);
-}
-
-QString text(const sockaddr_in& address)
-{
-    return text(address.sin_addr.s_addr) + u':' + QString::number(ntohs(address.sin_port));
 }
 
 std::optional<std::chrono::milliseconds> seconds(const QString& value)
@@ -289,26 +278,9 @@ QByteArray WalkupAnnouncer::packet(const State& state, const QByteArray& tags) c
 
 bool WalkupAnnouncer::send(const State& state, const QByteArray& datagram, const sockaddr_in& to)
 {
-    // The printer's address rides in IP_PKTINFO: the socket is bound to 0.0.0.0.
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo))] = {};
-    in_pktinfo info{};
-    info.ipi_spec_dst.s_addr = state.plan.printerValue;
-    iovec buffer{const_cast<char*>(datagram.constData()), static_cast<size_t>(datagram.size())};
-    msghdr message{};
-    message.msg_name = const_cast<sockaddr_in*>(&to);
-    message.msg_namelen = sizeof to;
-    message.msg_iov = &buffer;
-    message.msg_iovlen = 1;
-    message.msg_control = control;
-    message.msg_controllen = sizeof control;
-    cmsghdr* header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = IPPROTO_IP;
-    header->cmsg_type = IP_PKTINFO;
-    header->cmsg_len = CMSG_LEN(sizeof info);
-    std::memcpy(CMSG_DATA(header), &info, sizeof info);
-    if (::sendmsg(m_socket, &message, MSG_DONTWAIT) < 0) {
+    if (!sendFrom(m_socket, datagram, to, state.plan.printerValue)) {
         warn(QStringLiteral("cannot send the walkup packet of %1 to %2: %3")
-                 .arg(state.plan.printer, text(to), QString::fromLocal8Bit(std::strerror(errno))));
+                 .arg(state.plan.printer, endpointText(to), QString::fromLocal8Bit(std::strerror(errno))));
         return false;
     }
     return true;
@@ -350,7 +322,7 @@ void WalkupAnnouncer::runDueActions()
             if (send(state, datagram, to))
                 Event("walkup-select")
                     .add("printer", state.plan.printer)
-                    .add("to", text(to.sin_addr.s_addr))
+                    .add("to", stringForInetAddr(to.sin_addr.s_addr))
                     .add("user", user);
         }
     }
@@ -392,18 +364,18 @@ void WalkupAnnouncer::readReplies()
             WalkupPacket::fromDatagram(datagram, d.source, destination, d.interfaceIndex, u"talvo");
         if (!packet || packet->pktWalkupType != 1) {
             Event("walkup-dropped")
-                .add("printer", text(destination))
-                .add("from", text(from))
+                .add("printer", stringForInetAddr(destination))
+                .add("from", endpointText(from))
                 .add("size", datagram.size())
                 .add("hex", QString::fromLatin1(datagram.toHex()));
             continue;
         }
         const QString user = packet->value(walkupUserNameKey);
         Event("walkup-reply")
-            .add("printer", text(destination))
-            .add("from", text(from))
+            .add("printer", stringForInetAddr(destination))
+            .add("from", endpointText(from))
             .add("user", user)
-            .add("ipaddr", text(packet->srcIpAddr))
+            .add("ipaddr", stringForInetAddr(packet->srcIpAddr))
             .add("hex", QString::fromLatin1(datagram.toHex()));
         const Clock::time_point now = Clock::now();
         for (State& state : m_states) {
