@@ -32,6 +32,11 @@ struct Subnet
 };
 std::optional<Subnet> parseSubnet(const QString& text);
 
+// The --seconds option: `fallback` when absent; nullopt (and the reason on
+// standard error) unless a positive number within 24 days, the longest a
+// Qt timer can wait.
+std::optional<double> secondsOption(const Context& context, double fallback);
+
 int runDiscover(const Context& context);
 int runWalkup(const Context& context);
 int runProbe(const Context& context);

@@ -19,14 +19,10 @@ namespace talvo::cli {
 int runDiscover(const Context& context)
 {
     const QCommandLineParser& parser = context.parser;
-    bool ok = true;
-    const double seconds = parser.isSet(QStringLiteral("seconds"))
-                               ? parser.value(QStringLiteral("seconds")).toDouble(&ok)
-                               : 12.0;
-    if (!ok || seconds <= 0) {
-        err() << "talvo-printers: --seconds takes a positive number" << Qt::endl;
+    const std::optional<double> secondsGiven = secondsOption(context, 12.0);
+    if (!secondsGiven)
         return kBadArguments;
-    }
+    const double seconds = *secondsGiven;
     std::vector<Subnet> subnets;
     for (const QString& text : parser.values(QStringLiteral("subnet"))) {
         const auto subnet = parseSubnet(text);

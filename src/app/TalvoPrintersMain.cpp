@@ -49,6 +49,19 @@ std::optional<Subnet> parseSubnet(const QString& text)
     return subnet;
 }
 
+std::optional<double> secondsOption(const Context& context, double fallback)
+{
+    if (!context.parser.isSet(QStringLiteral("seconds")))
+        return fallback;
+    bool ok = false;
+    const double seconds = context.parser.value(QStringLiteral("seconds")).toDouble(&ok);
+    if (!ok || seconds <= 0 || seconds > 86400.0 * 24) {
+        err() << "talvo-printers: --seconds takes a positive number of at most 24 days" << Qt::endl;
+        return std::nullopt;
+    }
+    return seconds;
+}
+
 namespace {
 
 void printTree(const QVariant& value, int indent)

@@ -33,14 +33,10 @@ void printLine(const Context& context, const QJsonObject& json, const QString& t
 int runWalkup(const Context& context)
 {
     const QCommandLineParser& parser = context.parser;
-    bool ok = true;
-    const double seconds = parser.isSet(QStringLiteral("seconds"))
-                               ? parser.value(QStringLiteral("seconds")).toDouble(&ok)
-                               : 300.0;
-    if (!ok || seconds <= 0 || seconds > 86400.0 * 24) {
-        err() << "talvo-printers: --seconds takes a positive number" << Qt::endl;
+    const std::optional<double> secondsGiven = secondsOption(context, 300.0);
+    if (!secondsGiven)
         return kBadArguments;
-    }
+    const double seconds = *secondsGiven;
     const QString user =
         parser.isSet(QStringLiteral("user")) ? parser.value(QStringLiteral("user")) : defaultWalkupUserName();
     if (user.trimmed().isEmpty()) {
