@@ -59,20 +59,6 @@ const char* displayModeName(int mode)
     }
 }
 
-// The address as typed, as the probe and the display need it.
-struct TypedAddress
-{
-    uint32_t address = 0;
-    QString shown; // "name (dotted quad)" or the dotted quad
-};
-
-QVariantMap toMap(const std::optional<TypedAddress>& typed)
-{
-    if (!typed)
-        return {};
-    return {{u"address"_s, QVariant::fromValue(typed->address)}, {u"shown"_s, typed->shown}};
-}
-
 } // namespace
 
 void PopUpModelMenu::showPopup()
@@ -661,8 +647,9 @@ void TalvoAddPrintQueuePane::validateManualAddress()
                 return QVariantMap{};
             const QString quad = stringForInetAddr(*address);
             const QString name = manualPrinterDictWithAddress(*address, stop).value(kDnsNameKey).toString();
-            TypedAddress typed{*address, name.isEmpty() ? quad : u"%1 (%2)"_s.arg(name, quad)};
-            return toMap(typed);
+            // The address for the probe, and as the display shows it.
+            return QVariantMap{{u"address"_s, QVariant::fromValue(*address)},
+                               {u"shown"_s, name.isEmpty() ? quad : u"%1 (%2)"_s.arg(name, quad)}};
         },
         [this](const QVariantMap& answer) {
             if (answer.isEmpty()) {
