@@ -44,6 +44,25 @@ std::optional<uint32_t> ipAddressString2in_addr_t(const QString& hostOrAddress)
     return result;
 }
 
+std::optional<uint32_t> parseIPv4Address(QStringView text)
+{
+    // inet_pton alone would do, but it reads a C string: a NUL inside the
+    // text would cut it short, and non-ASCII text must not reach it at all.
+    if (text.isEmpty() || text.size() > 15)
+        return std::nullopt;
+    char ascii[16] = {};
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (!((c >= u'0' && c <= u'9') || c == u'.'))
+            return std::nullopt;
+        ascii[i] = static_cast<char>(c);
+    }
+    in_addr address{};
+    if (inet_pton(AF_INET, ascii, &address) != 1)
+        return std::nullopt;
+    return address.s_addr;
+}
+
 bool isDotsOK(std::string_view text)
 {
     int dots = 0;

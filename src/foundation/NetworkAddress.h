@@ -8,6 +8,7 @@
 //     bool typed = talvo::isValidIPAddress("10.0.0.5");
 
 #include <QString>
+#include <QStringView>
 
 #include <cstdint>
 #include <optional>
@@ -22,6 +23,12 @@ QString stringForInetAddr(uint32_t networkOrderAddress);
 // byte order. Blocks while a name is looked up. nullopt when the text is empty,
 // does not resolve, or has no IPv4 address.
 std::optional<uint32_t> ipAddressString2in_addr_t(const QString& hostOrAddress);
+
+// Four decimal octets and nothing else, read as inet_pton reads them:
+// "10.0.0.1", never "010.0.0.1", "10.1", "0x0a.0.0.1", " 10.0.0.1" or
+// "10.0.0.1x". Network byte order. Every address that enters from a reply, a
+// tag, the command line or a text field goes through this one parser.
+std::optional<uint32_t> parseIPv4Address(QStringView text);
 
 // True when the text holds exactly three dots and no two in a row.
 bool isDotsOK(std::string_view text);

@@ -40,13 +40,18 @@ struct ProcessResult
     int exitCode = -1;
     QByteArray standardOutput;
     QByteArray standardError;
+    // Output or error passed its cap and the rest was dropped.
+    bool outputTruncated = false;
     QString errorText;
 
     bool succeeded() const { return status == Status::Exited && exitCode == 0; }
 };
 
 // Runs argv[0] (searched in PATH) with the rest as its arguments; standard
-// input is empty, standard output and error are captured whole.
+// input is empty, standard output and error are captured whole (up to 64 MiB
+// each). The program inherits no descriptor beyond 0 to 2 and gets the
+// resource limits this process started with. Blocks the calling thread until
+// the program ends; an event loop uses ChildProcess instead.
 ProcessResult runProcess(const QStringList& argv, const ProcessOptions& options = {});
 
 // The first line of the program's standard output, or nullopt when it cannot

@@ -1,5 +1,6 @@
 #include "installer/ClosingPage.h"
 
+#include "foundation/ChildProcess.h"
 #include "foundation/DictionaryKeys.h"
 #include "installer/TestPage.h"
 
@@ -102,6 +103,9 @@ void ClosingPage::printTestPage()
     m_lp->setArguments(testPageArguments(m_queue, testPageFile()));
     // The request id lp prints is of no use here; its errors are shown.
     m_lp->setStandardOutputFile(QProcess::nullDevice());
+    // lp inherits no descriptor of ours (a library's socket included) and
+    // none of the limits raised since start-up.
+    m_lp->setChildProcessModifier(&inheritNothingAfterFork);
     connect(m_lp, &QProcess::finished, this, &ClosingPage::lpFinished);
     connect(m_lp, &QProcess::errorOccurred, this, &ClosingPage::lpFailedToStart);
     m_lp->start();

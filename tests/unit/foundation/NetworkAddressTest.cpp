@@ -43,6 +43,20 @@ INSTANTIATE_TEST_SUITE_P(
                     AddressCase{"", false, false}, AddressCase{"256.1.1.1", true, false},
                     AddressCase{"99999999999999999999.1.1.1", true, false}));
 
+TEST(StrictAddress, AcceptsFourDecimalOctetsOnly)
+{
+    EXPECT_EQ(parseIPv4Address(u"10.0.0.1"), inet_addr("10.0.0.1"));
+    EXPECT_EQ(parseIPv4Address(u"255.255.255.255"), 0xffffffffu);
+    EXPECT_EQ(parseIPv4Address(u"0.0.0.0"), 0u);
+    // Everything the loose check or inet_aton would let through, and text
+    // that would reach a program as an option or a transport prefix.
+    for (const char16_t* bad :
+         {u"10.x.y.z", u"10.0.0.256", u"tcp:h:161", u"-v3", u"010.0.0.1", u"10.1", u"0x0a.0.0.1",
+          u" 10.0.0.1", u"10.0.0.1 ", u"10.0.0.1x", u"10..0.1", u"", u"1.2.3.4.5", u"\u0661.2.3.4"})
+        EXPECT_FALSE(parseIPv4Address(bad)) << QString::fromUtf16(bad).toStdString();
+    EXPECT_FALSE(parseIPv4Address(QStringView(u"10.0.0.1\0x", 10)));
+}
+
 TEST(InetAddressText, RoundTripsThroughNetworkOrder)
 {
     EXPECT_EQ(stringForInetAddr(inet_addr("10.1.2.3")), QStringLiteral("10.1.2.3"));

@@ -1,8 +1,16 @@
 #include "foundation/SystemCommand.h"
 
+#include "foundation/ChildProcess.h"
+
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <chrono>
+#include <functional>
 #include <thread>
 
 namespace talvo {
@@ -99,6 +107,61 @@ TEST(RunProcess, ReturnsWhenTheProgramEndsEvenIfItLeftAChildHoldingTheOutput)
     EXPECT_TRUE(r.succeeded());
     EXPECT_EQ(r.standardOutput, "done\n");
     EXPECT_LT(Clock::now() - start, 2s);
+}
+
+QByteArray limitText(rlim_t value)
+{
+    return value == RLIM_INFINITY ? QByteArray("unlimited")
+                                  : QByteArray::number(static_cast<qulonglong>(value));
+}
+
+ProcessResult runAsChild(const QStringList& argv)
+{
+    const auto child = ChildProcess::start(argv, 10s, Clock::now());
+    if (!child)
+        return {};
+    while (!child->process(Clock::now())) {
+        std::vector<pollfd> fds;
+        for (int fd : child->descriptors())
+            fds.push_back({fd, POLLIN, 0});
+        ::poll(fds.data(), fds.size(), 100);
+    }
+    return child->result();
+}
+
+TEST(RunProcess, ChildrenInheritOnlyStandardDescriptorsAndTheStartLimits)
+{
+    // No test before this one changes a limit, so the current one is the
+    // start limit.
+    rlimit start{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &start), 0);
+    rlimit lowered = start;
+    lowered.rlim_cur = std::min<rlim_t>(start.rlim_cur, 4096) / 2;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+    // A descriptor left without close-on-exec, as a library might.
+    const int leaked = ::open("/dev/null", O_RDONLY);
+    ASSERT_GE(leaked, 3);
+
+    const std::pair<const char*, std::function<ProcessResult(const QStringList&)>> runners[] = {
+        {"runProcess", [](const QStringList& argv) { return runProcess(argv); }},
+        {"ChildProcess", runAsChild},
+    };
+    for (const auto& [name, run] : runners) {
+        SCOPED_TRACE(name);
+        // ls itself reads the directory through descriptor 3.
+        EXPECT_EQ(run({QStringLiteral("ls"), QStringLiteral("/proc/self/fd")}).standardOutput,
+                  "0\n1\n2\n3\n");
+        EXPECT_EQ(run({QStringLiteral("sh"), QStringLiteral("-c"), QStringLiteral("ulimit -Sn; ulimit -Hn")})
+                      .standardOutput,
+                  limitText(start.rlim_cur) + '\n' + limitText(start.rlim_max) + '\n');
+    }
+    // The change made for the spawn is undone in this process.
+    rlimit after{};
+    ::getrlimit(RLIMIT_NOFILE, &after);
+    EXPECT_EQ(after.rlim_cur, lowered.rlim_cur);
+
+    ::close(leaked);
+    ::setrlimit(RLIMIT_NOFILE, &start);
 }
 
 } // namespace
