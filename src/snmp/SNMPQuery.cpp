@@ -9,12 +9,7 @@
 #include <net-snmp/net-snmp-config.h>
 #include <net-snmp/net-snmp-includes.h>
 
-#include <QStringDecoder>
-
 #include <cstring>
-#include <type_traits>
-
-static_assert(std::is_same_v<oid, unsigned long>, "the OID helpers take net-snmp's sub-identifier type");
 
 namespace talvo {
 namespace {
@@ -27,31 +22,6 @@ constexpr const char* snmpOperationTextStrings[] = {
     "NETSNMP_CALLBACK_OP_CONNECT",
     "NETSNMP_CALLBACK_OP_DISCONNECT",
 };
-
-// Type codes of the values the system converts.
-enum AsnType : int {
-    kBoolean = 1,
-    kInteger = 2,
-    kBitString = 3,
-    kOctetString = 4,
-    kNull = 5,
-    kObjectId = 6,
-    kCounter64 = 0x46,
-    kFloat = 0x48,
-    kDouble = 0x49,
-};
-
-// Printers send octet strings in whatever encoding their firmware uses: UTF-8
-// when the bytes are valid UTF-8, else one character per byte.
-QString textFromOctets(const u_char* bytes, std::size_t length)
-{
-    const QByteArrayView view(reinterpret_cast<const char*>(bytes), static_cast<qsizetype>(length));
-    QStringDecoder utf8(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = utf8.decode(view);
-    if (utf8.hasError())
-        text = QString::fromLatin1(view);
-    return text;
-}
 
 } // namespace
 
@@ -149,11 +119,13 @@ int SNMPQuery::doAsyncResponse(int operation, snmp_session*, int reqid, snmp_pdu
 void SNMPQuery::storeVariables(const snmp_pdu& reply)
 {
     for (const netsnmp_variable_list* var = reply.variables; var; var = var->next_variable) {
-        const auto key = m_oidsAndKeys.constFind(textForOid(var->name, var->name_length));
+        const auto key = m_oidsAndKeys.constFind(snmp::textForOid(var->name, var->name_length));
         if (key == m_oidsAndKeys.cend())
             continue;
-        if (auto value = getObjectFromSNMPVar(*var))
+        if (auto value = snmp::valueFromVariable(*var))
             m_getResult.insert(*key, *value);
+        else
+            qCWarning(lcSnmp, "getObjectFromSNMPVar: Unknown ASN type: %d", var->type);
     }
 }
 
@@ -186,54 +158,6 @@ QString SNMPQuery::description() const
         QString::number(reinterpret_cast<quintptr>(this), 16).toUpper().rightJustified(8, u'0');
     return QStringLiteral("SNMPQuery object at %1, name = %2, peer ip = %3")
         .arg(address, m_reqName, stringForInetAddr(m_tgtIp));
-}
-
-QString SNMPQuery::textForOid(const unsigned long* oid, std::size_t count)
-{
-    QString text;
-    for (std::size_t i = 0; i < count; ++i)
-        text += u'.' + QString::number(oid[i]);
-    return text;
-}
-
-QString SNMPQuery::oidToString(const unsigned long* oid, std::size_t lengthInBytes)
-{
-    QStringList parts;
-    for (std::size_t i = 0; i < lengthInBytes / sizeof(*oid); ++i)
-        parts += QString::number(oid[i]);
-    return parts.join(u'.');
-}
-
-std::optional<QVariant> SNMPQuery::getObjectFromSNMPVar(const variable_list& var)
-{
-    switch (var.type) {
-    case kBoolean:
-    case kInteger:
-        return QVariant(static_cast<int32_t>(*var.val.integer));
-    case kBitString:
-        return QVariant(QByteArray(reinterpret_cast<const char*>(var.val.bitstring),
-                                   static_cast<qsizetype>(var.val_len)));
-    case kOctetString:
-        return QVariant(textFromOctets(var.val.string, var.val_len));
-    case kNull:
-        return QVariant();
-    case kObjectId:
-        return QVariant(oidToString(var.val.objid, var.val_len));
-    case kCounter64: {
-        const uint64_t value =
-            (uint64_t{var.val.counter64->high} << 32) | (var.val.counter64->low & 0xffffffffu);
-        return QVariant(static_cast<qint64>(value));
-    }
-#ifdef NETSNMP_WITH_OPAQUE_SPECIAL_TYPES
-    case kFloat:
-        return QVariant(static_cast<double>(*var.val.floatVal));
-    case kDouble:
-        return QVariant(*var.val.doubleVal);
-#endif
-    default:
-        qCWarning(lcSnmp, "getObjectFromSNMPVar: Unknown ASN type: %d", var.type);
-        return std::nullopt;
-    }
 }
 
 QString SNMPQuery::operationText(int operation)

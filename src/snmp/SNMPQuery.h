@@ -14,7 +14,8 @@
 // good reply, each answered OID's value under the caller's key. A reply is good
 // when the operation is 1 and the error 0.
 
-#include <QMap>
+#include "snmp/SnmpCodec.h"
+
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
@@ -22,18 +23,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 
 struct snmp_session;
 struct snmp_pdu;
-struct variable_list;
 
 namespace talvo {
 
 class SNMPSession;
-
-// OID text in leading-dot numeric form (".1.3.6.1.2.1.1.5.0") to result key.
-using OidMap = QMap<QString, QString>;
 
 class SNMPQuery
 {
@@ -63,15 +59,6 @@ public:
     uint32_t getPeer() const { return m_tgtIp; }
     const QString& getName() const { return m_reqName; }
     QString description() const;
-
-    // ".1.3.6.1.2.1.1.5.0": a dot before every sub-identifier.
-    static QString textForOid(const unsigned long* oid, std::size_t count);
-    // "1.3.6.1.4.1.58101.1": the value of an OID-valued reply, no leading dot;
-    // the length is in bytes, as the library gives it.
-    static QString oidToString(const unsigned long* oid, std::size_t lengthInBytes);
-    // The value of one reply variable; nullopt (and a log line naming the type
-    // code) for the types the system does not convert.
-    static std::optional<QVariant> getObjectFromSNMPVar(const variable_list& variable);
 
     // Texts of the library's callback operation codes 0 to 5.
     static QString operationText(int operation);

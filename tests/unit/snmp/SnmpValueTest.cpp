@@ -1,4 +1,4 @@
-#include "snmp/SNMPQuery.h"
+#include "snmp/SnmpCodec.h"
 
 #include <gtest/gtest.h>
 
@@ -36,20 +36,18 @@ TEST(SnmpValue, ConvertedTypes)
     big.high = 1;
     big.low = 2;
 
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_INTEGER, &integer, sizeof integer)),
-              QVariant(-7));
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_OCTET_STR, text, 10)),
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_INTEGER, &integer, sizeof integer)), QVariant(-7));
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_OCTET_STR, text, 10)),
               QVariant(QStringLiteral("Model 4000")));
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_OCTET_STR, utf8, 6)),
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_OCTET_STR, utf8, 6)),
               QVariant(QStringLiteral("Gr\u00fc\u00df")));
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_OCTET_STR, latin1, 3)),
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_OCTET_STR, latin1, 3)),
               QVariant(QStringLiteral("Gr\u00fc")));
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_BIT_STR, bits, 2)),
-              QVariant(QByteArray("\x80\x01", 2)));
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_BIT_STR, bits, 2)), QVariant(QByteArray("\x80\x01", 2)));
     // An OID value has no leading dot, unlike the OID text the map is keyed by.
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_OBJECT_ID, objid, sizeof objid)),
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_OBJECT_ID, objid, sizeof objid)),
               QVariant(QStringLiteral("1.3.6.1.4.1.58101.1")));
-    EXPECT_EQ(*SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_COUNTER64, &big, sizeof big)),
+    EXPECT_EQ(*snmp::valueFromVariable(*makeVar(ASN_COUNTER64, &big, sizeof big)),
               QVariant(qint64{(1LL << 32) + 2}));
 }
 
@@ -59,17 +57,17 @@ TEST(SnmpValue, CountersGaugesTimeTicksAndAddressesAreLeftOut)
     const u_char address[] = {10, 0, 0, 5};
     for (const unsigned type : {ASN_COUNTER, ASN_GAUGE, ASN_TIMETICKS}) {
         const auto var = makeVar(static_cast<u_char>(type), &number, sizeof number);
-        EXPECT_FALSE(SNMPQuery::getObjectFromSNMPVar(*var)) << type;
+        EXPECT_FALSE(snmp::valueFromVariable(*var)) << type;
     }
-    EXPECT_FALSE(SNMPQuery::getObjectFromSNMPVar(*makeVar(ASN_IPADDRESS, address, 4)));
+    EXPECT_FALSE(snmp::valueFromVariable(*makeVar(ASN_IPADDRESS, address, 4)));
 }
 
 TEST(SnmpValue, OidTextForms)
 {
     const oid sysName[] = {1, 3, 6, 1, 2, 1, 1, 5, 0};
-    EXPECT_EQ(SNMPQuery::textForOid(sysName, std::size(sysName)), QStringLiteral(".1.3.6.1.2.1.1.5.0"));
-    EXPECT_EQ(SNMPQuery::oidToString(sysName, sizeof sysName), QStringLiteral("1.3.6.1.2.1.1.5.0"));
-    EXPECT_EQ(SNMPQuery::textForOid(sysName, 0), QString());
+    EXPECT_EQ(snmp::textForOid(sysName, std::size(sysName)), QStringLiteral(".1.3.6.1.2.1.1.5.0"));
+    EXPECT_EQ(snmp::oidToString(sysName, sizeof sysName), QStringLiteral("1.3.6.1.2.1.1.5.0"));
+    EXPECT_EQ(snmp::textForOid(sysName, 0), QString());
 }
 
 } // namespace
