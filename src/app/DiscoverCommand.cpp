@@ -35,11 +35,13 @@ int runDiscover(const Context& context)
     }
     std::vector<uint32_t> addresses;
     for (const QString& text : parser.values(QStringLiteral("address"))) {
-        if (!isValidIPAddress(text.toStdString())) {
-            err() << "talvo-printers: --address " << text << ": not an IPv4 address" << Qt::endl;
+        const auto address = parseIPv4Address(text);
+        if (!address) {
+            err() << "talvo-printers: --address " << displayText(text)
+                  << ": not an IPv4 address (four decimal numbers 0-255, e.g. 10.1.2.3)" << Qt::endl;
             return kBadArguments;
         }
-        addresses.push_back(inet_addr(text.toLatin1().constData()));
+        addresses.push_back(*address);
     }
 
     PrinterDiscoveryEngine engine(context.settings.value(kDiscoverySettingsKey).toMap());
@@ -80,7 +82,12 @@ int runDiscover(const Context& context)
                       : engine.knownSearchSubnets().join(QStringLiteral(", ")))
               << Qt::endl;
 
-    QTimer::singleShot(static_cast<int>(seconds * 1000), qApp, &QCoreApplication::quit);
+    // A precise timer: Qt's default may fire up to 5% early.
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    deadline.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&deadline, &QTimer::timeout, qApp, &QCoreApplication::quit);
+    deadline.start(std::chrono::milliseconds(static_cast<qint64>(seconds * 1000)));
     QCoreApplication::exec();
     engine.stopDiscovery();
     if (!context.json)

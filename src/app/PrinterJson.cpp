@@ -28,9 +28,25 @@ QJsonObject printerToJson(const QVariantMap& printer)
     return object;
 }
 
+QString displayText(const QString& text)
+{
+    QString shown;
+    shown.reserve(text.size());
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u < 0x20 || u == 0x7f || (u >= 0x80 && u < 0xa0))
+            shown += QStringLiteral("\\x%1").arg(u, 2, 16, QLatin1Char('0'));
+        else if (u == u'\\')
+            shown += QStringLiteral("\\\\");
+        else
+            shown += c;
+    }
+    return shown;
+}
+
 QString printerToText(const QVariantMap& printer)
 {
-    const auto field = [&](Key key) { return printer.value(key).toString(); };
+    const auto field = [&](Key key) { return displayText(printer.value(key).toString()); };
     const QString name = field(kDnsNameKey).isEmpty() ? QStringLiteral("-") : field(kDnsNameKey);
     QString line = QStringLiteral("%1  %2  %3  %4")
                        .arg(field(kPrinterModelStrKey), -16)

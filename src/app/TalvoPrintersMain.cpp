@@ -30,10 +30,11 @@ QTextStream& err()
 std::optional<Subnet> parseSubnet(const QString& text)
 {
     const QStringList parts = text.split(u'/');
-    if (parts.size() != 2 || !isValidIPAddress(parts[0].toStdString()))
+    const auto gateway = parts.size() == 2 ? parseIPv4Address(parts[0]) : std::nullopt;
+    if (!gateway)
         return std::nullopt;
     Subnet subnet;
-    subnet.gateway = inet_addr(parts[0].toLatin1().constData());
+    subnet.gateway = *gateway;
     bool isNumber = false;
     const int prefix = parts[1].toInt(&isNumber);
     if (isNumber && !parts[1].contains(u'.')) {
@@ -42,10 +43,10 @@ std::optional<Subnet> parseSubnet(const QString& text)
         subnet.mask = htonl(prefix == 0 ? 0u : ~0u << (32 - prefix));
         return subnet;
     }
-    in_addr mask{};
-    if (inet_pton(AF_INET, parts[1].toLatin1().constData(), &mask) != 1)
+    const auto mask = parseIPv4Address(parts[1]);
+    if (!mask)
         return std::nullopt;
-    subnet.mask = mask.s_addr;
+    subnet.mask = *mask;
     return subnet;
 }
 

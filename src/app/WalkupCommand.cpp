@@ -3,10 +3,10 @@
 
 #include "app/CliSupport.h"
 #include "app/PrinterJson.h"
-#include "discovery/WalkupListener.h"
+#include "discovery/PrinterDiscoveryEngine.h"
+#include "discovery/WalkupMethod.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/NetworkAddress.h"
-#include "snmp/SNMPPump.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>
@@ -15,7 +15,6 @@
 #include <QTimer>
 
 #include <chrono>
-#include <thread>
 
 namespace talvo::cli {
 namespace {
@@ -43,62 +42,56 @@ int runWalkup(const Context& context)
         err() << "talvo-printers: --user takes a name (the one to pick on the printer's panel)" << Qt::endl;
         return kBadArguments;
     }
-    const QString community =
-        context.settings.value(kDiscoverySettingsKey).toMap().value(snmpCommunityGetKey).toString();
 
-    // The selected printer's SNMP reply is read, and the printer reported, on
-    // this pump's thread (the engine's work thread, once the engine drives
-    // walkup).
-    std::jthread pumpThread([](std::stop_token stop) {
-        SNMPPump pump;
-        while (!stop.stop_requested())
-            pump.pass({}, std::chrono::milliseconds(100));
+    // The engine with walkup alone: the selected printer is identified over
+    // its SNMP socket, as in the wizard.
+    PrinterDiscoveryEngine engine(context.settings.value(kDiscoverySettingsKey).toMap());
+    engine.setSorlenDiscoveryEnabled(false);
+    engine.setBonjourEnabled(false);
+    engine.setUseUSBDiscovery(false);
+    engine.setSorlenWalkupEnabled(true);
+    engine.setUserName(user);
+
+    QMap<QString, QStringList> announced; // address -> model and MAC last printed
+    QObject::connect(&engine, &PrinterDiscoveryEngine::walkupAnnounced, [&](const QVariantMap& announcement) {
+        const QString address = announcement.value(kIPAddrStrKey).toString();
+        const QStringList what{announcement.value(kPrinterModelStrKey).toString(),
+                               announcement.value(kMacAddrStrKey).toString()};
+        // Printers repeat their announcements: each is printed when new.
+        if (announced.value(address) == what)
+            return;
+        announced.insert(address, what);
+        const QJsonObject json{{QStringLiteral("event"), QStringLiteral("announced")},
+                               {QString(kIPAddrStrKey), address},
+                               {QString(kPrinterModelStrKey), what[0]},
+                               {QString(kMacAddrStrKey), what[1]}};
+        printLine(context, json,
+                  QStringLiteral("Announced: %1 at %2 (%3)")
+                      .arg(displayText(what[0]), address, displayText(what[1])));
+    });
+    QObject::connect(&engine, &PrinterDiscoveryEngine::printerBeaconed, [&](const QVariantMap& printer) {
+        const QJsonObject json{{QStringLiteral("event"), QStringLiteral("selected")},
+                               {QStringLiteral("printer"), printerToJson(printer)}};
+        printLine(context, json, QStringLiteral("Selected: ") + printerToText(printer));
+        QCoreApplication::exit(kOk);
+    });
+    QObject::connect(&engine, &PrinterDiscoveryEngine::walkupEnded, [&](const QString& reason) {
+        err() << "talvo-printers: walkup: " << reason << Qt::endl;
+        QCoreApplication::exit(kFailed);
     });
 
-    // Output is written on the main thread only; the listener's threads post.
-    QMap<QString, QStringList> announced; // address -> model and MAC last printed
-    const auto onAnnounced = [&](const WalkupPacket& packet) {
-        const QString address = stringForInetAddr(packet.srcIpAddr);
-        const QStringList what{packet.value(walkupModelKey), packet.value(walkupMacAddrKey)};
-        QMetaObject::invokeMethod(
-            qApp,
-            [&, address, what] {
-                // Printers repeat their announcements: each is printed when new.
-                if (announced.value(address) == what)
-                    return;
-                announced.insert(address, what);
-                const QJsonObject json{{QStringLiteral("event"), QStringLiteral("announced")},
-                                       {QString(kIPAddrStrKey), address},
-                                       {QString(kPrinterModelStrKey), what[0]},
-                                       {QString(kMacAddrStrKey), what[1]}};
-                printLine(context, json,
-                          QStringLiteral("Announced: %1 at %2 (%3)").arg(what[0], address, what[1]));
-            },
-            Qt::QueuedConnection);
-    };
-    const auto onBeaconed = [&](const QVariantMap& printer) {
-        QMetaObject::invokeMethod(
-            qApp,
-            [&, printer] {
-                const QJsonObject json{{QStringLiteral("event"), QStringLiteral("selected")},
-                                       {QStringLiteral("printer"), printerToJson(printer)}};
-                printLine(context, json, QStringLiteral("Selected: ") + printerToText(printer));
-                QCoreApplication::exit(kOk);
-            },
-            Qt::QueuedConnection);
-    };
-    WalkupListener listener(onBeaconed, onAnnounced);
-    if (const QString error = listener.start(user, community); !error.isEmpty()) {
-        err() << "talvo-printers: walkup: " << error << Qt::endl;
-        return kFailed;
-    }
+    engine.startDiscovery();
     if (!context.json)
         err() << "Answering walkup announcements as \"" << user << "\" for " << seconds
               << " s: pick that name on the printer's panel." << Qt::endl;
 
-    QTimer::singleShot(static_cast<int>(seconds * 1000), qApp, [] { QCoreApplication::exit(kTimedOut); });
+    QTimer deadline;
+    deadline.setSingleShot(true);
+    deadline.setTimerType(Qt::PreciseTimer);
+    QObject::connect(&deadline, &QTimer::timeout, [] { QCoreApplication::exit(kTimedOut); });
+    deadline.start(std::chrono::milliseconds(static_cast<qint64>(seconds * 1000)));
     const int exitCode = QCoreApplication::exec();
-    listener.stop();
+    engine.stopDiscovery();
     if (exitCode == kTimedOut && !context.json)
         err() << "No printer was selected in " << seconds << " s." << Qt::endl;
     return exitCode;

@@ -9,6 +9,7 @@
 #include <dns_sd.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -40,8 +41,10 @@ struct BonjourBrowser::Entry
     enum Kind { Browse, Resolve, Lookup } kind = Browse;
     BonjourBrowser* browser = nullptr;
     std::unique_ptr<DNSServiceRefObj> ref;
-    QString hostName;  // Lookup: the host asked for
-    QByteArray txt;    // Lookup: the TXT record of the resolved instance
+    QString instance; // Resolve and Lookup: name, type and domain
+    QString hostName; // Lookup: the host asked for
+    QByteArray txt;   // Lookup: the TXT record of the resolved instance
+    DiscoveryClock::time_point deadline{};
     bool done = false; // answered: removed after the current callback
 };
 
@@ -49,12 +52,12 @@ struct BonjourBrowser::Entry
 // over to the browser that owns the reference.
 struct BonjourCallbacks
 {
-    static void DNSSD_API browse(DNSServiceRef, DNSServiceFlags, uint32_t interfaceIndex,
+    static void DNSSD_API browse(DNSServiceRef, DNSServiceFlags flags, uint32_t interfaceIndex,
                                  DNSServiceErrorType error, const char* name, const char* type,
                                  const char* domain, void* context)
     {
-        static_cast<BonjourBrowser::Entry*>(context)->browser->onBrowse(interfaceIndex, error, name, type,
-                                                                        domain);
+        static_cast<BonjourBrowser::Entry*>(context)->browser->onBrowse(flags, interfaceIndex, error, name,
+                                                                        type, domain);
     }
     static void DNSSD_API resolve(DNSServiceRef, DNSServiceFlags, uint32_t interfaceIndex,
                                   DNSServiceErrorType error, const char*, const char* hostTarget, uint16_t,
@@ -85,7 +88,7 @@ void quietCompatibilityWarnings()
 
 } // namespace
 
-BonjourBrowser::BonjourBrowser(Handlers handlers) : m_handlers(std::move(handlers))
+BonjourBrowser::BonjourBrowser()
 {
     quietCompatibilityWarnings();
 }
@@ -95,11 +98,11 @@ BonjourBrowser::~BonjourBrowser()
     stop();
 }
 
-bool BonjourBrowser::start()
+Status BonjourBrowser::start(DiscoveryClock::time_point)
 {
-    std::lock_guard lock(m_mutex);
     if (running())
-        return true;
+        return Status::ok();
+    m_entries.clear();
     m_instancesSeen.clear();
     Entry& entry = m_entries.emplace_back();
     entry.browser = this;
@@ -107,46 +110,62 @@ bool BonjourBrowser::start()
     const DNSServiceErrorType error =
         DNSServiceBrowse(&ref, 0, 0, printerRegType, nullptr, &BonjourCallbacks::browse, &entry);
     if (error != kDNSServiceErr_NoError) {
-        qCWarning(lcDiscovery, "Error initializing Bonjour browser ref (%d)", error);
         m_entries.pop_back();
-        return false;
+        return Status::error(QStringLiteral("Error initializing Bonjour browser ref (%1)").arg(error));
     }
     entry.ref = std::make_unique<DNSServiceRefObj>(ref);
-    return true;
+    return Status::ok();
 }
 
 void BonjourBrowser::stop()
 {
-    std::lock_guard lock(m_mutex);
     m_entries.clear();
 }
 
 bool BonjourBrowser::running() const
 {
-    std::lock_guard lock(m_mutex);
     return !m_entries.empty() && m_entries.front().kind == Entry::Browse;
 }
 
-std::vector<int> BonjourBrowser::descriptors() const
+std::size_t BonjourBrowser::pendingLookups() const
 {
-    std::lock_guard lock(m_mutex);
-    std::vector<int> fds;
-    for (const Entry& e : m_entries) {
-        if (e.ref)
-            fds.push_back(e.ref->socket());
-    }
-    return fds;
+    return static_cast<std::size_t>(std::count_if(m_entries.begin(), m_entries.end(),
+                                                  [](const Entry& e) { return e.kind != Entry::Browse; }));
 }
 
-void BonjourBrowser::processReady(const std::vector<int>& readySockets)
+void BonjourBrowser::addDescriptors(std::vector<pollfd>& fds) const
 {
-    std::lock_guard lock(m_mutex);
+    for (const Entry& e : m_entries) {
+        if (e.ref)
+            fds.push_back({e.ref->socket(), POLLIN, 0});
+    }
+}
+
+std::optional<DiscoveryClock::time_point> BonjourBrowser::nextDeadline() const
+{
+    std::optional<DiscoveryClock::time_point> earliest;
+    for (const Entry& e : m_entries) {
+        if (e.kind != Entry::Browse && (!earliest || e.deadline < *earliest))
+            earliest = e.deadline;
+    }
+    return earliest;
+}
+
+void BonjourBrowser::process(std::span<const pollfd> fds, DiscoveryClock::time_point now, MethodOutput& out)
+{
+    m_out = &out;
+    m_now = now;
     // Callbacks add entries and mark answered ones; those are removed after
     // the walk, never while a callback of theirs is running.
     for (Entry& e : m_entries) {
         if (!e.ref || e.done)
             continue;
-        if (std::find(readySockets.begin(), readySockets.end(), e.ref->socket()) == readySockets.end())
+        if (e.kind != Entry::Browse && e.deadline <= now) {
+            qCDebug(lcDiscovery).noquote() << "Bonjour look-up expired:" << e.instance;
+            failed(e);
+            continue;
+        }
+        if (!isReady(fds, e.ref->socket()))
             continue;
         // The compatibility library's DNSServiceProcessResult blocks reading
         // its socket while holding a lock its own thread needs to write to
@@ -159,34 +178,55 @@ void BonjourBrowser::processReady(const std::vector<int>& readySockets)
         if (error != kDNSServiceErr_NoError) {
             qCWarning(lcDiscovery, "DNSServiceProcessResult failed (%d)", error);
             if (e.kind != Entry::Browse)
-                e.done = true;
+                failed(e);
         }
     }
     m_entries.remove_if([](const Entry& e) { return e.done; });
+    m_out = nullptr;
 }
 
-void BonjourBrowser::onBrowse(uint32_t interfaceIndex, int32_t error, const char* name, const char* type,
-                              const char* domain)
+void BonjourBrowser::failed(Entry& entry)
+{
+    entry.done = true;
+    m_instancesSeen.remove(entry.instance);
+}
+
+void BonjourBrowser::onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t error, const char* name,
+                              const char* type, const char* domain)
 {
     if (error != kDNSServiceErr_NoError) {
         qCWarning(lcDiscovery, "printerDiscoveredBrowseCallback: got error %d", error);
         return;
     }
-    // A service is reported once per interface it is seen on: evaluate it once.
     const QString instance = QStringLiteral("%1.%2%3").arg(QString::fromUtf8(name), QString::fromUtf8(type),
                                                            QString::fromUtf8(domain));
+    // A service that goes away is forgotten, so that when it comes back (with
+    // a new address, say) it is evaluated afresh.
+    if (!(flags & kDNSServiceFlagsAdd)) {
+        m_instancesSeen.remove(instance);
+        return;
+    }
+    // A service is reported once per interface it is seen on: evaluate it once.
     if (m_instancesSeen.contains(instance))
         return;
+    if (pendingLookups() >= kMaxPendingLookups) {
+        // Not marked seen: its next announcement tries again.
+        if (const std::size_t n = m_busyLog.admit(m_now))
+            qCWarning(lcDiscovery).noquote() << "Bonjour look-ups full:" << n << "services left for later";
+        return;
+    }
     m_instancesSeen.insert(instance);
 
     Entry& resolve = m_entries.emplace_back();
     resolve.kind = Entry::Resolve;
     resolve.browser = this;
+    resolve.instance = instance;
+    resolve.deadline = m_now + kLookupDeadline;
     DNSServiceRef ref = nullptr;
     if (DNSServiceResolve(&ref, 0, interfaceIndex, name, type, domain, &BonjourCallbacks::resolve,
                           &resolve) != kDNSServiceErr_NoError) {
         qCWarning(lcDiscovery, "Error queueing DNSServiceResolve for %s", name);
-        resolve.done = true;
+        failed(resolve);
         return;
     }
     resolve.ref = std::make_unique<DNSServiceRefObj>(ref);
@@ -198,21 +238,24 @@ void BonjourBrowser::onResolve(Entry& entry, uint32_t interfaceIndex, int32_t er
     entry.done = true; // every resolve is one-shot
     if (error != kDNSServiceErr_NoError) {
         qCWarning(lcDiscovery, "bonjourPrinterResolvedCallback: got error %d", error);
+        failed(entry);
         return;
     }
     // The host's one IPv4 address, asked of the same daemon.
     Entry& lookup = m_entries.emplace_back();
     lookup.kind = Entry::Lookup;
     lookup.browser = this;
+    lookup.instance = entry.instance;
     lookup.hostName = QString::fromLatin1(hostTarget);
     lookup.txt = txt;
+    lookup.deadline = m_now + kLookupDeadline;
     DNSServiceRef ref = nullptr;
     const DNSServiceErrorType status =
         DNSServiceQueryRecord(&ref, 0, interfaceIndex, hostTarget, kDNSServiceType_A, kDNSServiceClass_IN,
                               &BonjourCallbacks::address, &lookup);
     if (status != kDNSServiceErr_NoError) {
         qCWarning(lcDiscovery, "Error looking up the address of %s (%d)", hostTarget, status);
-        lookup.done = true;
+        failed(lookup);
         return;
     }
     lookup.ref = std::make_unique<DNSServiceRefObj>(ref);
@@ -222,12 +265,15 @@ void BonjourBrowser::onAddress(Entry& entry, int32_t error, uint16_t type, uint1
 {
     if (entry.done)
         return; // one address per host: later answers are ignored
-    entry.done = true;
-    if (error != kDNSServiceErr_NoError || type != kDNSServiceType_A || length != 4)
+    if (error != kDNSServiceErr_NoError || type != kDNSServiceType_A || length != 4) {
+        failed(entry);
         return;
+    }
+    entry.done = true;
     uint32_t address = 0;
     std::memcpy(&address, data, 4);
-    evaluate(entry.hostName, address, entry.txt);
+    if (m_out)
+        evaluate(entry.hostName, address, entry.txt, *m_out);
 }
 
 std::optional<QByteArray> BonjourBrowser::txtValue(const QByteArray& txt, const char* key)
@@ -262,7 +308,8 @@ bool BonjourBrowser::manufacturerMatches(const QByteArray& usbMfg, const QString
            QStringView(vendorWithCaps).first(value.size()).compare(value, Qt::CaseInsensitive) == 0;
 }
 
-void BonjourBrowser::evaluate(const QString& hostName, uint32_t address, const QByteArray& txt)
+void BonjourBrowser::evaluate(const QString& hostName, uint32_t address, const QByteArray& txt,
+                              MethodOutput& out) const
 {
     const auto product = txtValue(txt, txtRecordPrinterModelKey.data());
     if (!product)
@@ -271,21 +318,21 @@ void BonjourBrowser::evaluate(const QString& hostName, uint32_t address, const Q
     const auto model = modelFromProduct(*product, vendorName);
     if (!model)
         return;
-    if (m_handlers.printerModels().contains(*model)) {
+    if (m_printerModels.contains(*model)) {
         const QVariantMap printer{{kDnsNameKey, hostName},
                                   {kPrinterModelStrKey, *model},
                                   {kQueueConnectionTypeStrKey, QString(kQueueTypeBonjour)},
                                   {kIPAddrStrKey, stringForInetAddr(address)},
                                   {kIPAddressNumberKey, static_cast<qulonglong>(address)}};
-        m_handlers.identify(printer, address);
+        out.identify.push_back({printer, address, IdentifyRequest::Report::Discovered});
         return;
     }
-    if (!m_handlers.useSorlenDiscovery())
+    if (!m_learnNetworks)
         return;
     const auto manufacturer = txtValue(txt, txtRecordManufacturerKey.data());
     if (manufacturer && manufacturerMatches(*manufacturer, vendorName) &&
-        !m_handlers.printerInAnyBroadcast(address))
-        m_handlers.learnNetworks(address);
+        !(m_isKnownPrinter && m_isKnownPrinter(address)))
+        out.learnFrom.push_back(address);
 }
 
 } // namespace talvo

@@ -1,19 +1,26 @@
 #pragma once
 
-// Bonjour discovery: browses "_printer._tcp", resolves each instance once,
-// looks its host's IPv4 address up, and evaluates its TXT record. A supported
-// model is handed back to be identified over SNMP and announced; a Talvo
-// printer of another model only to be asked for the networks it knows.
+// Bonjour discovery as a discovery method: browses "_printer._tcp",
+// resolves each instance, looks its host's IPv4 address up, and evaluates its
+// TXT record. A supported model is handed on to be identified over SNMP and
+// announced; a Talvo printer of another model only to be asked for the
+// networks it knows.
 //
-//     talvo::BonjourBrowser bonjour(handlers);
-//     bonjour.start();                                    // main thread
-//     auto fds = bonjour.descriptors();                   // work thread, each pass
-//     bonjour.processReady(readyFds);                     // runs the DNS-SD callbacks
+//     talvo::BonjourBrowser bonjour;
+//     bonjour.setPrinterModels(models);
+//     bonjour.start(now);                            // the browse
+//     ...                                            // the discovery loop polls and calls process()
 //
-// Everything runs on the caller's threads through the DNS-SD sockets: no
-// thread or run loop of its own. The host address comes from an A-record
-// query on the same daemon connection, so no step ever blocks the work
-// thread (a blocking host-name lookup would stall every other method).
+// Everything runs on the loop's thread through the DNS-SD sockets: no thread
+// or run loop of its own. The host address comes from an A-record query on
+// the same daemon connection, so no step ever blocks the loop. Each resolve
+// and look-up has a deadline, and at most kMaxPendingLookups run at once; an
+// instance whose resolve or look-up failed, expired or did not fit is
+// evaluated again when it is next announced, and so is one that went away and
+// came back.
+#include "discovery/DiscoveryMethod.h"
+
+#include "foundation/LogThrottle.h"
 
 #include <QByteArray>
 #include <QSet>
@@ -25,7 +32,6 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -33,37 +39,41 @@ namespace talvo {
 
 class DNSServiceRefObj;
 
-class BonjourBrowser
+class BonjourBrowser : public DiscoveryMethod
 {
 public:
     static constexpr char printerRegType[] = "_printer._tcp";
+    // A resolve or look-up the daemon has not answered by then is given up.
+    static constexpr std::chrono::seconds kLookupDeadline{5};
+    // Each pending resolve or look-up holds a daemon connection: a network
+    // announcing thousands of services cannot make us hold thousands.
+    static constexpr std::size_t kMaxPendingLookups = 32;
 
-    struct Handlers
-    {
-        // A supported printer to identify over SNMP and announce.
-        std::function<void(const QVariantMap& printer, uint32_t address)> identify;
-        // A Talvo printer of another model: ask it for its known networks.
-        std::function<void(uint32_t address)> learnNetworks;
-        std::function<QStringList()> printerModels;
-        std::function<bool()> useSorlenDiscovery;
-        std::function<bool(uint32_t address)> printerInAnyBroadcast;
-    };
-
-    explicit BonjourBrowser(Handlers handlers);
-    ~BonjourBrowser();
+    BonjourBrowser();
+    ~BonjourBrowser() override;
     BonjourBrowser(const BonjourBrowser&) = delete;
     BonjourBrowser& operator=(const BonjourBrowser&) = delete;
 
-    // Starts the browse; false (and a log line) when the DNS-SD daemon cannot
-    // be reached. A restart browses afresh and evaluates every instance again.
-    bool start();
-    // Ends the browse and every resolve and lookup in progress.
-    void stop();
-    bool running() const;
+    void setPrinterModels(const QStringList& models) { m_printerModels = models; }
+    // With broadcast discovery off, unsupported Talvo printers are not asked
+    // for their networks.
+    void setLearnNetworks(bool on) { m_learnNetworks = on; }
+    // Whether the broadcast discovery already knows a printer at an address.
+    void setKnownPrinterTest(std::function<bool(uint32_t address)> known)
+    {
+        m_isKnownPrinter = std::move(known);
+    }
 
-    // The sockets to watch, and the ready ones handed back.
-    std::vector<int> descriptors() const;
-    void processReady(const std::vector<int>& readySockets);
+    // Starts the browse; an error when the DNS-SD daemon cannot be reached.
+    // A restart browses afresh and evaluates every instance again.
+    Status start(DiscoveryClock::time_point now) override;
+    // Ends the browse and every resolve and look-up in progress.
+    void stop() override;
+    bool running() const override;
+    void addDescriptors(std::vector<pollfd>& fds) const override;
+    std::optional<DiscoveryClock::time_point> nextDeadline() const override;
+    void process(std::span<const pollfd> fds, DiscoveryClock::time_point now, MethodOutput& out) override;
+    std::size_t pendingLookups() const;
 
     // The model named by a TXT "product" value such as "(TALVO Model 8560)":
     // the parentheses dropped, then the vendor word and its blank when more
@@ -76,22 +86,31 @@ public:
     static std::optional<QByteArray> txtValue(const QByteArray& txt, const char* key);
 
     // Evaluates a resolved printer (the host name, its IPv4 address and the
-    // TXT record) and calls the matching handler.
-    void evaluate(const QString& hostName, uint32_t address, const QByteArray& txt);
+    // TXT record) into `out`.
+    void evaluate(const QString& hostName, uint32_t address, const QByteArray& txt, MethodOutput& out) const;
 
 private:
     struct Entry;
     friend struct BonjourCallbacks;
-    void onBrowse(uint32_t interfaceIndex, int32_t error, const char* name, const char* type,
+    void onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t error, const char* name, const char* type,
                   const char* domain);
     void onResolve(Entry& entry, uint32_t interfaceIndex, int32_t error, const char* hostTarget,
                    const QByteArray& txt);
     void onAddress(Entry& entry, int32_t error, uint16_t type, uint16_t length, const void* data);
+    // The entry ended without an evaluation: its instance may be tried again.
+    void failed(Entry& entry);
 
-    Handlers m_handlers;
-    mutable std::recursive_mutex m_mutex;
-    std::list<Entry> m_entries; // the browse, then resolves and lookups in progress
+    QStringList m_printerModels;
+    bool m_learnNetworks = false;
+    std::function<bool(uint32_t)> m_isKnownPrinter;
+    std::list<Entry> m_entries; // the browse, then resolves and look-ups in progress
+    // Instances evaluated or being evaluated, by name, type and domain: a
+    // service is reported once per interface it is seen on.
     QSet<QString> m_instancesSeen;
+    // Set while process() runs the DNS-SD callbacks.
+    MethodOutput* m_out = nullptr;
+    DiscoveryClock::time_point m_now{};
+    LogThrottle m_busyLog;
 };
 
 } // namespace talvo

@@ -34,9 +34,19 @@ bool BroadcastAddr::addPrinter(const QVariantMap& printer)
     const auto address = static_cast<uint32_t>(printer.value(kIPAddressNumberKey).toULongLong());
     if (findPrinter(address))
         return true;
+    appendKnownPrinter(address);
+    return false;
+}
+
+void BroadcastAddr::appendKnownPrinter(uint32_t address)
+{
     m_knownPrinters.push_back(address);
     setNextBroadcastDate(0);
-    return false;
+}
+
+void BroadcastAddr::removeKnownPrinter(uint32_t address)
+{
+    std::erase(m_knownPrinters, address);
 }
 
 int BroadcastAddr::bitsMatchingBroadcastAddr(uint32_t address) const

@@ -38,6 +38,10 @@ public:
     bool findPrinter(uint32_t address) const;
     // Adds the printer's "in_addr_t"; true when it was known already.
     bool addPrinter(const QVariantMap& printer);
+    // The same for an address its owner knows to be new (no search), and the
+    // way back for a printer that is forgotten.
+    void appendKnownPrinter(uint32_t address);
+    void removeKnownPrinter(uint32_t address);
 
     // Leading bits, from the most significant, in which `address` equals the
     // broadcast address (0 to 32).

@@ -11,33 +11,32 @@
 //     ...
 //     engine.stopDiscovery();
 //
-// A work thread waits (at most a second per pass, never spinning) on the
-// discovery socket, the SNMP library's sockets and a wake-up descriptor; it
-// reads replies, identifies new supported printers over SNMP and learns
-// further networks from the printers' known-network caches. Results come back
-// as queued signals, never waited for.
+// One work thread runs one loop that owns every descriptor and deadline: the
+// discovery socket, the walkup socket, the DNS-SD sockets, the one SNMP
+// socket every printer is asked through, the usb backend's pipes and a
+// wake-up descriptor. Each method (broadcast, Bonjour, walkup, USB) is a
+// DiscoveryMethod; what they find goes through plain decision classes
+// (BroadcastDiscovery, PrinterIdentification, WalkupExchange) and comes back
+// as queued signals, never waited for. Everything a network can make the
+// engine keep is bounded (see those classes' constants), and a flood costs
+// replies, not memory, a frozen window or a late stop.
+//
+// Threads: every public method belongs to the engine's own thread. The loop
+// thread never calls back into the engine except through queued calls; the
+// one lock (Core::m_mutex) guards only the command and event queues and the
+// search-target snapshot, and nothing is called while it is held.
 
-#include "snmp/SNMPQuery.h"
+#include "discovery/DiscoveryMethod.h"
+#include "snmp/SnmpCodec.h"
 
 #include <QObject>
 #include <QStringList>
-#include <QTimer>
 #include <QVariantMap>
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <thread>
 
 namespace talvo {
-
-class BonjourBrowser;
-class SearchTargetList;
-class UsbPrinterMonitor;
-class WalkupListener;
 
 class PrinterDiscoveryEngine : public QObject
 {
@@ -52,14 +51,17 @@ public:
                            QObject* parent = nullptr);
     ~PrinterDiscoveryEngine() override;
 
+    // A further method of the caller's (tests feed printers through one
+    // without a network); started and stopped with the others.
+    void addMethod(std::unique_ptr<DiscoveryMethod> method);
+
     void setPrinterModels(const QStringList& models);
-    QStringList printerModels() const;
+    QStringList printerModels() const { return m_printerModels; }
     void setUserName(const QString& name);
-    QString userName() const;
+    QString userName() const { return m_userName; }
 
     // Switches. While discovery runs, switching a method on or off starts or
-    // stops it at once (the broadcast timer exists only if broadcast discovery
-    // was on at start); otherwise the next start uses the new value.
+    // stops it at once; otherwise the next start uses the new value.
     bool bonjourEnabled() const { return m_useBonjour; }
     bool sorlenDiscoveryEnabled() const { return m_useSorlenDiscovery; }
     bool sorlenWalkupEnabled() const { return m_useSorlenWalkup; }
@@ -70,6 +72,7 @@ public:
     void setUseUSBDiscovery(bool on);
 
     void startDiscovery();
+    // Returns once the work thread has ended: at once, whatever the network does.
     void stopDiscovery();
     bool discoveryStarted() const { return m_discoveryStarted; }
 
@@ -80,93 +83,67 @@ public:
     void addBroadCastAddressForSearch(uint32_t address);
     void addSubnetForSearch(uint32_t replyAddr, uint32_t broadcastAddr, uint32_t netmask);
     QStringList knownSearchSubnets() const;
-    bool printerInAnyBroadcast(uint32_t address) const;
-    // Sends one request to every target (the 10-second timer calls it).
+    // Sends every target its request now (the loop does so every 10 s).
     void broadcast();
 
-    // Hands an address typed by the user to the work thread, which asks the
-    // printer there for its known networks. A second call waits until the
-    // work thread has taken the first.
+    // Asks the printer at an address typed by the user for its known
+    // networks (when broadcast discovery is on). Never blocks.
     void addPrinterForSearchFromOtherThread(uint32_t address);
 
     // The SNMP communities. Setting a value equal to the current one, or one
     // that was never set, changes nothing; saveUserPrefs writes both to the
     // user preferences when one has changed.
-    QString snmpGetString() const;
-    QString snmpSetString() const;
+    QString snmpGetString() const { return m_snmpCommunityGetStr; }
+    QString snmpSetString() const { return m_snmpCommunitySetStr; }
     void setSnmpGetString(const QString& community);
     void setSnmpSetString(const QString& community);
     void saveUserPrefs();
-
-    // Identification of a printer at `address`: with `identify`, the printer
-    // dictionary is completed over SNMP and announced; with broadcast
-    // discovery on, the printer is also asked for its known networks.
-    void queueSNMPPrinterQuery(const std::optional<QVariantMap>& printer, bool identify, uint32_t address);
 
     // The OID maps of the identification and known-network queries.
     static const OidMap& printerQueryOids();
     static const OidMap& M3_0KnownNetworkOIDS();
     static const OidMap& M3_5KnownNetworkOIDS();
 
-    // Feeds a reply through the same path as one read from the network.
-    void handleIncomingSorlenDiscoveryPacket(const QByteArray& datagram, uint32_t source,
-                                             uint32_t destination);
-    void packetStuffTest(uint32_t address, const QString& model, const QString& mac);
+    // Figures for the benchmark and tests, as of the loop's last pass.
+    struct Statistics
+    {
+        uint64_t snmpSent = 0;
+        uint64_t snmpAnswered = 0;
+        uint64_t snmpTimedOut = 0;
+        uint64_t snmpSendFailed = 0;
+        std::size_t knownPrinters = 0;
+        std::size_t searchTargets = 0;
+    };
+    Statistics statistics() const;
 
 Q_SIGNALS:
     void printerDiscovered(const QVariantMap& printer);
     void usbPrinterDisconnected();
     void printerBeaconed(const QVariantMap& printer);
+    // An announcement the walkup listener answered: "ipAddr", "printerModel", "macAddr".
+    void walkupAnnounced(const QVariantMap& announcement);
+    // The walkup listener stopped on its own (a printer was selected, or its
+    // socket failed); `reason` says which.
+    void walkupEnded(const QString& reason);
 
 private:
-    struct Lifeline;
+    struct Core;
 
-    void startBonjour();
-    void stopBonjour();
-    void startSorlenWalkup();
-    void stopSorlenWalkup();
-    void startSorlenDiscovery();
-    void stopSorlenDiscovery();
-    void discoveryWorkThreadMethod(std::stop_token stop);
-    void takeManualAddress();
-    void readSorlenDiscoveryReplies();
-    void wake();
-    void announce(const QVariantMap& printer);
-    void newPrinterSnmpQueryReply(SNMPQuery& query, QVariantMap printer);
-    void knownNetworksSnmpQueryReply(SNMPQuery& query);
+    void post(std::function<void(Core&)> command);
+    void deliverEvents();
 
-    std::atomic<bool> m_useBonjour = false;
-    std::atomic<bool> m_useSorlenDiscovery = false;
-    std::atomic<bool> m_useSorlenWalkup = false;
-    std::atomic<bool> m_useUSBDiscovery = false;
-    std::atomic<bool> m_discoveryStarted = false;
-
-    mutable std::mutex m_mutex; // models, user name and communities
+    bool m_useBonjour = false;
+    bool m_useSorlenDiscovery = false;
+    bool m_useSorlenWalkup = false;
+    bool m_useUSBDiscovery = false;
+    bool m_discoveryStarted = false;
     QStringList m_printerModels;
     QString m_userName;
     QString m_snmpCommunityGetStr;
     QString m_snmpCommunitySetStr;
     bool m_userSettingsHaveChanged = false;
 
-    std::unique_ptr<SearchTargetList> m_broadcastAddressList;
-    std::unique_ptr<BonjourBrowser> m_bonjour;
-    // Owned for the engine's life: the printers it reported stay known across
-    // restarts, so a printer is announced once.
-    std::unique_ptr<UsbPrinterMonitor> m_usbMonitor;
-    std::unique_ptr<WalkupListener> m_walkup;
-    std::atomic<int> m_sorlenDiscoverySocket = -1;
-    QTimer* m_broadCastTimer = nullptr;
-
-    // The manual address hand-over: condition 0 = free, 1 = an address waits.
-    std::mutex m_handOverMutex;
-    std::condition_variable m_handOverFree;
-    int m_handOverCondition = 0;
-    uint32_t m_manualAddPrinterAddr = 0;
-
-    int m_wakeFd = -1;
-    std::jthread m_workThread;
-    // Shared with the SNMP callbacks, which may outlive a stopped engine.
-    std::shared_ptr<Lifeline> m_lifeline;
+    std::unique_ptr<Core> m_core;
 };
 
 } // namespace talvo

@@ -3,7 +3,6 @@
 #include "discovery/DiscoveryLog.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/QueueNaming.h"
-#include "foundation/SystemCommand.h"
 
 #include <utility>
 
@@ -11,44 +10,64 @@ namespace talvo {
 
 UsbPrinterMonitor::UsbPrinterMonitor(QString backendPath) : m_backendPath(std::move(backendPath)) {}
 
-void UsbPrinterMonitor::setPrinterModels(std::function<QStringList()> models)
+UsbPrinterMonitor::~UsbPrinterMonitor() = default;
+
+Status UsbPrinterMonitor::start(Clock::time_point now)
 {
-    m_printerModels = std::move(models);
+    m_running = true;
+    m_nextUSBDiscoveryTime = now;
+    return Status::ok();
 }
 
-void UsbPrinterMonitor::setOnPrinterFound(std::function<void(const QVariantMap&)> callback)
+void UsbPrinterMonitor::stop()
 {
-    m_onPrinterFound = std::move(callback);
+    m_running = false;
+    m_backend.reset();
 }
 
-void UsbPrinterMonitor::setOnPrinterDisconnected(std::function<void()> callback)
+void UsbPrinterMonitor::addDescriptors(std::vector<pollfd>& fds) const
 {
-    m_onPrinterDisconnected = std::move(callback);
-}
-
-void UsbPrinterMonitor::reset()
-{
-    m_nextUSBDiscoveryTime = Clock::time_point::min();
-}
-
-void UsbPrinterMonitor::runIfDue(Clock::time_point now, std::stop_token stop)
-{
-    if (!(m_nextUSBDiscoveryTime < now) || stop.stop_requested())
+    if (!m_backend)
         return;
-    // The interval counts from before the backend runs, so a slow backend
-    // does not stretch it.
+    for (const int fd : m_backend->descriptors())
+        fds.push_back({fd, POLLIN, 0});
+}
+
+std::optional<UsbPrinterMonitor::Clock::time_point> UsbPrinterMonitor::nextDeadline() const
+{
+    if (!m_running)
+        return std::nullopt;
+    return m_backend ? m_backend->deadline() : m_nextUSBDiscoveryTime;
+}
+
+void UsbPrinterMonitor::process(std::span<const pollfd>, Clock::time_point now, MethodOutput& out)
+{
+    if (!m_running)
+        return;
+    if (m_backend) {
+        if (m_backend->process(now)) {
+            const ProcessResult run = m_backend->result();
+            m_backend.reset();
+            finished(run, out);
+        }
+        return;
+    }
+    if (now < m_nextUSBDiscoveryTime)
+        return;
+    // The interval counts from the poll's start, so a slow backend does not
+    // stretch it.
     m_nextUSBDiscoveryTime =
         now + std::chrono::duration_cast<Clock::duration>(kUSBDiscoveryCheckTimeInterval);
-    checkForSupportedUSBPrinter(std::move(stop));
+    QString error;
+    m_backend = ChildProcess::start({m_backendPath}, kBackendTimeout, now, &error);
+    if (!m_backend)
+        note(QStringLiteral("USB backend cannot run: %1").arg(error));
 }
 
-void UsbPrinterMonitor::checkForSupportedUSBPrinter(std::stop_token stop)
+void UsbPrinterMonitor::finished(const ProcessResult& run, MethodOutput& out)
 {
-    // A backend that cannot run, fails or is stopped says nothing about the
+    // A backend that cannot run, fails or is killed says nothing about the
     // devices: nothing changes and the next poll tries again.
-    ProcessOptions options;
-    options.stopToken = std::move(stop);
-    const ProcessResult run = runProcess({m_backendPath}, options);
     switch (run.status) {
     case ProcessResult::Status::Exited:
         if (run.exitCode == 0)
@@ -72,16 +91,15 @@ void UsbPrinterMonitor::checkForSupportedUSBPrinter(std::stop_token stop)
     if (listing.reportsNoDevice) {
         m_discoveredUSBPrinterList.clear();
         m_lastProblem.clear();
-        if (m_onPrinterDisconnected)
-            m_onPrinterDisconnected();
+        out.events.push_back({DiscoveryEvent::Kind::UsbPrinterDisconnected, {}, {}});
         return;
     }
     // One poll looks at the first device and no further.
     if (!listing.entries.empty())
-        considerDevice(listing.entries.front());
+        considerDevice(listing.entries.front(), out);
 }
 
-void UsbPrinterMonitor::considerDevice(const UsbListingEntry& entry)
+void UsbPrinterMonitor::considerDevice(const UsbListingEntry& entry, MethodOutput& out)
 {
     if (!entry.device) {
         note(QStringLiteral("USB device line not understood, ignored: %1").arg(entry.text));
@@ -94,8 +112,7 @@ void UsbPrinterMonitor::considerDevice(const UsbListingEntry& entry)
     const UsbDevice& device = *entry.device;
     if (m_discoveredUSBPrinterList.contains(device.uri))
         return;
-    const QStringList models = m_printerModels ? m_printerModels() : QStringList();
-    if (!models.contains(device.model))
+    if (!m_printerModels.contains(device.model))
         return;
 
     const QVariantMap printer{
@@ -104,8 +121,7 @@ void UsbPrinterMonitor::considerDevice(const UsbListingEntry& entry)
         {kCUPSQueueDescKey, device.model},
     };
     m_discoveredUSBPrinterList.insert(device.uri, printer);
-    if (m_onPrinterFound)
-        m_onPrinterFound(printer);
+    out.events.push_back({DiscoveryEvent::Kind::PrinterDiscovered, printer, {}});
 }
 
 void UsbPrinterMonitor::note(const QString& problem)

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace talvo {
 namespace {
@@ -43,21 +42,6 @@ std::optional<uint32_t> addressFromHex(const QString& value)
     if (!ok)
         return std::nullopt;
     return qToBigEndian(hostOrder);
-}
-
-// The values a packet of each type must carry beside "ipaddr" and "type".
-std::vector<Key> valuesCarriedBy(int32_t type)
-{
-    switch (type) {
-    case 0:
-        return {walkupModelKey, walkupMacAddrKey};
-    case 1:
-        return {walkupUserNameKey};
-    case 2:
-        return {walkupUserNameKey, walkupStatusKey};
-    default:
-        return {};
-    }
 }
 
 QString describe(const WalkupValues& values)
@@ -190,10 +174,6 @@ std::optional<WalkupPacket> WalkupPacket::fromDatagram(QByteArrayView datagram, 
     packet.pktWalkupType = packet.value(walkupTypeKey).trimmed().toInt(&isNumber);
     if (!isNumber)
         return malformed(QStringLiteral("the type is not a decimal number"), packet.typeDataDict);
-    for (const Key key : valuesCarriedBy(packet.pktWalkupType)) {
-        if (!packet.typeDataDict.contains(key))
-            return malformed(QStringLiteral("no \"%1\" value").arg(key), packet.typeDataDict);
-    }
     // Selections are logged as unknown too, and handled all the same.
     if (packet.pktWalkupType != 0 && packet.pktWalkupType != 1)
         qCInfo(lcDiscovery, "Received unknown walkup packet type (%d)", packet.pktWalkupType);

@@ -17,8 +17,9 @@
 // from hosts), then tagged values written "<tag>value</tag>" with no
 // separators and no terminating zero. Every packet carries "ipaddr" (the
 // sender's IPv4 address as one hexadecimal number, first octet most
-// significant, "0x" optional) and "type" (decimal); type 0 also carries
-// "model" and "macaddr", type 1 "user", type 2 "user" and "status".
+// significant, "0x" optional) and "type" (decimal); type 0 usually also
+// carries "model" and "macaddr", type 1 "user", type 2 "user" and "status".
+// Those others are optional: printers that leave one out are still served.
 
 #include "foundation/DictionaryKeys.h"
 
@@ -50,11 +51,12 @@ struct WalkupPacket
     QString value(Key tag) const { return typeDataDict.value(tag); }
 
     // A received datagram, or nullopt when it is malformed: no vendor prefix,
-    // a body that is not well-formed tagged ASCII text, an
-    // address tag that is not one 32-bit hexadecimal number, a type that is
-    // not a decimal number, or a value its type carries missing. Each reason
-    // is logged. A packet whose address tag differs from the UDP source is
-    // kept (and logged), as is a type other than 0 and 1 (logged as unknown).
+    // a body that is not well-formed tagged ASCII text, an address tag that
+    // is missing or not one 32-bit hexadecimal number, or a type that is
+    // missing or not a decimal number. Each reason is logged. Any other value
+    // may be missing: value() is then empty. A packet whose address tag
+    // differs from the UDP source is kept (and logged), as is a type other
+    // than 0 and 1 (logged as unknown).
     static std::optional<WalkupPacket> fromDatagram(QByteArrayView datagram, uint32_t udpSource,
                                                     uint32_t destination, int interfaceIndex,
                                                     QStringView vendorWord);

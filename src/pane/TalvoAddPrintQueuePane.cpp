@@ -1,7 +1,7 @@
 #include "pane/TalvoAddPrintQueuePane.h"
 
 #include "discovery/PrinterDiscoveryEngine.h"
-#include "discovery/WalkupListener.h"
+#include "discovery/WalkupMethod.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/NetworkAddress.h"
 #include "foundation/Settings.h"

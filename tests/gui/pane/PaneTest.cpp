@@ -370,7 +370,8 @@ TEST_F(PaneTest, SheetsHandTheirSettingsToTheEngine)
     EXPECT_FALSE(advanced->isVisible());
     // The engine takes the network and asks it at once (and, with no route
     // there in the sandbox, drops it again).
-    EXPECT_TRUE(log.lines().contains(u"search target added: 10.77.99.255"_s))
+    EXPECT_TRUE(test::processEventsUntil(
+        [&] { return log.lines().contains(u"search target added: 10.77.99.255"_s); }, 2s))
         << log.lines().join(u'\n').toStdString();
 
     child<QPushButton>("snmpButton")->click();

@@ -6,7 +6,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 
-#include <thread>
+#include <poll.h>
 
 namespace talvo {
 namespace {
@@ -58,34 +58,50 @@ class UsbPrinterMonitorTest : public testing::Test
 protected:
     UsbPrinterMonitorTest()
     {
-        monitor.setPrinterModels([] {
-            return QStringList{QStringLiteral("Model X"), QStringLiteral("Model 4000")};
-        });
-        monitor.setOnPrinterFound(
-            [this](const QVariantMap& p) { found << p.value(kPrinterModelStrKey).toString(); });
-        monitor.setOnPrinterDisconnected([this] { ++disconnections; });
+        monitor.setPrinterModels({QStringLiteral("Model X"), QStringLiteral("Model 4000")});
+        EXPECT_TRUE(monitor.start(now));
+    }
+
+    // Serves the monitor at `at` and, while its backend runs, waits on the
+    // backend's descriptors as the discovery loop would.
+    void serve(UsbPrinterMonitor::Clock::time_point at)
+    {
+        MethodOutput out;
+        monitor.process({}, at, out);
+        for (int i = 0; i < 1000; ++i) {
+            std::vector<pollfd> fds;
+            monitor.addDescriptors(fds);
+            if (fds.empty())
+                break;
+            ::poll(fds.data(), fds.size(), 10);
+            monitor.process(fds, at, out);
+        }
+        for (const DiscoveryEvent& e : out.events) {
+            if (e.kind == DiscoveryEvent::Kind::UsbPrinterDisconnected)
+                ++disconnections;
+            else
+                found << e.printer.value(kPrinterModelStrKey).toString(), printers << e.printer;
+        }
     }
 
     // One poll, the interval having passed.
     void poll(const QByteArray& listing, int status = 0)
     {
         backend.answer(listing, status);
-        monitor.runIfDue(now, {});
+        serve(now);
         now += 6s;
     }
 
     ScriptedBackend backend;
     UsbPrinterMonitor monitor{backend.path()};
     QStringList found;
+    QList<QVariantMap> printers;
     int disconnections = 0;
     UsbPrinterMonitor::Clock::time_point now = UsbPrinterMonitor::Clock::now();
 };
 
 TEST_F(UsbPrinterMonitorTest, ReportedOnceWhileAttachedAndAgainAfterAnEmptyListing)
 {
-    QVariantMap printer;
-    monitor.setOnPrinterFound(
-        [&](const QVariantMap& p) { printer = p, found << p.value(kPrinterModelStrKey).toString(); });
     for (const QByteArray& listing : {kModelX, kModelX, kModelX, QByteArray(), QByteArray(), kModelX})
         poll(listing);
     EXPECT_EQ(backend.runs(), 6);
@@ -96,7 +112,8 @@ TEST_F(UsbPrinterMonitorTest, ReportedOnceWhileAttachedAndAgainAfterAnEmptyListi
                                {kCUPSPrinterURIKey, QStringLiteral("usb://TALVO/X?serial=1")},
                                {kCUPSQueueNameKey, QStringLiteral("Model_X")},
                                {kCUPSQueueDescKey, QStringLiteral("Model X")}};
-    EXPECT_EQ(printer, expected);
+    ASSERT_FALSE(printers.isEmpty());
+    EXPECT_EQ(printers.back(), expected);
 }
 
 TEST_F(UsbPrinterMonitorTest, FailingBackendChangesNothing)
@@ -111,8 +128,10 @@ TEST_F(UsbPrinterMonitorTest, FailingBackendChangesNothing)
     EXPECT_EQ(found, (QStringList{QStringLiteral("Model X"), QStringLiteral("Model 4000")}));
 
     UsbPrinterMonitor absent(backend.path() + QStringLiteral(".absent"));
-    absent.setOnPrinterDisconnected([] { ADD_FAILURE() << "a missing backend reported a disconnection"; });
-    absent.runIfDue(now, {});
+    EXPECT_TRUE(absent.start(now));
+    MethodOutput out;
+    absent.process({}, now, out);
+    EXPECT_TRUE(out.events.empty()) << "a missing backend reported something";
 }
 
 TEST_F(UsbPrinterMonitorTest, OnlyAnExactModelOnTheFirstLineIsReported)
@@ -137,33 +156,35 @@ TEST_F(UsbPrinterMonitorTest, OnlyAnExactModelOnTheFirstLineIsReported)
     }
 }
 
-TEST_F(UsbPrinterMonitorTest, PollsWhenTheIntervalHasStrictlyPassed)
+TEST_F(UsbPrinterMonitorTest, PollsWhenTheIntervalHasPassedAndAtOnceAfterAStart)
 {
     backend.answer("");
     const auto t0 = now;
     const std::pair<UsbPrinterMonitor::Clock::time_point, qsizetype> steps[] = {
-        {t0, 1}, {t0 + 4900ms, 1}, {t0 + 5s, 1}, {t0 + 5001ms, 2}, {t0 + 5002ms, 2}};
+        {t0, 1}, {t0 + 4900ms, 1}, {t0 + 4999ms, 1}, {t0 + 5s, 2}, {t0 + 5002ms, 2}};
     for (const auto& [t, runs] : steps) {
-        monitor.runIfDue(t, {});
+        serve(t);
         EXPECT_EQ(backend.runs(), runs) << (t - t0).count();
     }
-    monitor.reset();
-    monitor.runIfDue(t0 + 5002ms, {});
+    EXPECT_EQ(monitor.nextDeadline(), t0 + 10s);
+    monitor.stop();
+    EXPECT_TRUE(monitor.start(t0 + 5002ms));
+    serve(t0 + 5002ms);
     EXPECT_EQ(backend.runs(), 3);
 }
 
-TEST_F(UsbPrinterMonitorTest, StopRequestKillsTheBackend)
+TEST_F(UsbPrinterMonitorTest, HungBackendIsKilledAtItsDeadlineAndNeverBlocks)
 {
     backend.answer(kModelX, 0, "sleep 30");
-    std::stop_source stop;
-    std::jthread stopper([&] {
-        std::this_thread::sleep_for(200ms);
-        stop.request_stop();
-    });
+    MethodOutput out;
+    monitor.process({}, now, out); // starts the backend
     const auto started = std::chrono::steady_clock::now();
-    monitor.runIfDue(now, stop.get_token());
+    monitor.process({}, now + 1s, out);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 100ms) << "a running backend blocked the loop";
+    serve(now + UsbPrinterMonitor::kBackendTimeout + 1s);
     EXPECT_LT(std::chrono::steady_clock::now() - started, 10s);
     EXPECT_TRUE(found.isEmpty());
+    EXPECT_EQ(disconnections, 0);
 }
 
 } // namespace
