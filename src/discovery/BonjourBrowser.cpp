@@ -41,10 +41,9 @@ struct BonjourBrowser::Entry
     enum Kind { Browse, Resolve, Lookup } kind = Browse;
     BonjourBrowser* browser = nullptr;
     std::unique_ptr<DNSServiceRefObj> ref;
-    QString instance; // Resolve and Lookup: name, type and domain
-    QString hostName; // Lookup: the host asked for
-    QByteArray txt;   // Lookup: the TXT record of the resolved instance
-    DiscoveryClock::time_point deadline{};
+    QString instance;  // Resolve and Lookup: name, type and domain
+    QString hostName;  // Lookup: the host asked for
+    QByteArray txt;    // Lookup: the TXT record of the resolved instance
     bool done = false; // answered: removed after the current callback
 };
 
@@ -103,7 +102,7 @@ Status BonjourBrowser::start(DiscoveryClock::time_point)
     if (running())
         return Status::ok();
     m_entries.clear();
-    m_instancesSeen.clear();
+    m_instances.clear();
     Entry& entry = m_entries.emplace_back();
     entry.browser = this;
     DNSServiceRef ref = nullptr;
@@ -119,18 +118,16 @@ Status BonjourBrowser::start(DiscoveryClock::time_point)
 
 void BonjourBrowser::stop()
 {
+    for (const Entry& e : m_entries) {
+        if (e.kind != Entry::Browse)
+            m_instances.failed(e.instance);
+    }
     m_entries.clear();
 }
 
 bool BonjourBrowser::running() const
 {
     return !m_entries.empty() && m_entries.front().kind == Entry::Browse;
-}
-
-std::size_t BonjourBrowser::pendingLookups() const
-{
-    return static_cast<std::size_t>(std::count_if(m_entries.begin(), m_entries.end(),
-                                                  [](const Entry& e) { return e.kind != Entry::Browse; }));
 }
 
 void BonjourBrowser::addDescriptors(std::vector<pollfd>& fds) const
@@ -143,28 +140,27 @@ void BonjourBrowser::addDescriptors(std::vector<pollfd>& fds) const
 
 std::optional<DiscoveryClock::time_point> BonjourBrowser::nextDeadline() const
 {
-    std::optional<DiscoveryClock::time_point> earliest;
-    for (const Entry& e : m_entries) {
-        if (e.kind != Entry::Browse && (!earliest || e.deadline < *earliest))
-            earliest = e.deadline;
-    }
-    return earliest;
+    return m_instances.nextDeadline();
 }
 
 void BonjourBrowser::process(std::span<const pollfd> fds, DiscoveryClock::time_point now, MethodOutput& out)
 {
     m_out = &out;
     m_now = now;
+    // A resolve or look-up past its deadline is dropped; the service's next
+    // announcement tries again.
+    for (const QString& instance : m_instances.expired(now)) {
+        qCDebug(lcDiscovery).noquote() << "Bonjour look-up expired:" << instance;
+        for (Entry& e : m_entries) {
+            if (e.kind != Entry::Browse && e.instance == instance)
+                e.done = true;
+        }
+    }
     // Callbacks add entries and mark answered ones; those are removed after
     // the walk, never while a callback of theirs is running.
     for (Entry& e : m_entries) {
         if (!e.ref || e.done)
             continue;
-        if (e.kind != Entry::Browse && e.deadline <= now) {
-            qCDebug(lcDiscovery).noquote() << "Bonjour look-up expired:" << e.instance;
-            failed(e);
-            continue;
-        }
         if (!isReady(fds, e.ref->socket()))
             continue;
         // The compatibility library's DNSServiceProcessResult blocks reading
@@ -188,7 +184,7 @@ void BonjourBrowser::process(std::span<const pollfd> fds, DiscoveryClock::time_p
 void BonjourBrowser::failed(Entry& entry)
 {
     entry.done = true;
-    m_instancesSeen.remove(entry.instance);
+    m_instances.failed(entry.instance);
 }
 
 void BonjourBrowser::onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t error, const char* name,
@@ -203,25 +199,24 @@ void BonjourBrowser::onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t e
     // A service that goes away is forgotten, so that when it comes back (with
     // a new address, say) it is evaluated afresh.
     if (!(flags & kDNSServiceFlagsAdd)) {
-        m_instancesSeen.remove(instance);
+        m_instances.withdrawn(instance);
         return;
     }
-    // A service is reported once per interface it is seen on: evaluate it once.
-    if (m_instancesSeen.contains(instance))
+    switch (m_instances.announced(instance, m_now)) {
+    case BonjourInstances::Begin::Resolve:
+        break;
+    case BonjourInstances::Begin::Known:
         return;
-    if (pendingLookups() >= kMaxPendingLookups) {
-        // Not marked seen: its next announcement tries again.
+    case BonjourInstances::Begin::Busy:
         if (const std::size_t n = m_busyLog.admit(m_now))
             qCWarning(lcDiscovery).noquote() << "Bonjour look-ups full:" << n << "services left for later";
         return;
     }
-    m_instancesSeen.insert(instance);
 
     Entry& resolve = m_entries.emplace_back();
     resolve.kind = Entry::Resolve;
     resolve.browser = this;
     resolve.instance = instance;
-    resolve.deadline = m_now + kLookupDeadline;
     DNSServiceRef ref = nullptr;
     if (DNSServiceResolve(&ref, 0, interfaceIndex, name, type, domain, &BonjourCallbacks::resolve,
                           &resolve) != kDNSServiceErr_NoError) {
@@ -248,7 +243,6 @@ void BonjourBrowser::onResolve(Entry& entry, uint32_t interfaceIndex, int32_t er
     lookup.instance = entry.instance;
     lookup.hostName = QString::fromLatin1(hostTarget);
     lookup.txt = txt;
-    lookup.deadline = m_now + kLookupDeadline;
     DNSServiceRef ref = nullptr;
     const DNSServiceErrorType status =
         DNSServiceQueryRecord(&ref, 0, interfaceIndex, hostTarget, kDNSServiceType_A, kDNSServiceClass_IN,
@@ -270,6 +264,7 @@ void BonjourBrowser::onAddress(Entry& entry, int32_t error, uint16_t type, uint1
         return;
     }
     entry.done = true;
+    m_instances.evaluated(entry.instance);
     uint32_t address = 0;
     std::memcpy(&address, data, 4);
     if (m_out)

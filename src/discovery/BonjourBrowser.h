@@ -14,10 +14,12 @@
 // Everything runs on the loop's thread through the DNS-SD sockets: no thread
 // or run loop of its own. The host address comes from an A-record query on
 // the same daemon connection, so no step ever blocks the loop. Each resolve
-// and look-up has a deadline, and at most kMaxPendingLookups run at once; an
+// and look-up has a deadline, and only a bounded number run at once; an
 // instance whose resolve or look-up failed, expired or did not fit is
 // evaluated again when it is next announced, and so is one that went away and
 // came back.
+
+#include "discovery/BonjourInstances.h"
 #include "discovery/DiscoveryMethod.h"
 
 #include "foundation/LogThrottle.h"
@@ -43,11 +45,6 @@ class BonjourBrowser : public DiscoveryMethod
 {
 public:
     static constexpr char printerRegType[] = "_printer._tcp";
-    // A resolve or look-up the daemon has not answered by then is given up.
-    static constexpr std::chrono::seconds kLookupDeadline{5};
-    // Each pending resolve or look-up holds a daemon connection: a network
-    // announcing thousands of services cannot make us hold thousands.
-    static constexpr std::size_t kMaxPendingLookups = 32;
 
     BonjourBrowser();
     ~BonjourBrowser() override;
@@ -73,7 +70,7 @@ public:
     void addDescriptors(std::vector<pollfd>& fds) const override;
     std::optional<DiscoveryClock::time_point> nextDeadline() const override;
     void process(std::span<const pollfd> fds, DiscoveryClock::time_point now, MethodOutput& out) override;
-    std::size_t pendingLookups() const;
+    std::size_t pendingLookups() const { return m_instances.pending(); }
 
     // The model named by a TXT "product" value such as "(TALVO Model 8560)":
     // the parentheses dropped, then the vendor word and its blank when more
@@ -104,9 +101,10 @@ private:
     bool m_learnNetworks = false;
     std::function<bool(uint32_t)> m_isKnownPrinter;
     std::list<Entry> m_entries; // the browse, then resolves and look-ups in progress
-    // Instances evaluated or being evaluated, by name, type and domain: a
-    // service is reported once per interface it is seen on.
-    QSet<QString> m_instancesSeen;
+    // Services being evaluated or evaluated, by name, type and domain (a
+    // service is reported once per interface it is seen on), with the
+    // deadlines and bound of those in progress.
+    BonjourInstances m_instances;
     // Set while process() runs the DNS-SD callbacks.
     MethodOutput* m_out = nullptr;
     DiscoveryClock::time_point m_now{};
