@@ -264,6 +264,17 @@ TEST_F(WalkupCommandTest, PrintsTheAnnouncementAndTheSelectedPrinter)
     EXPECT_EQ(replies.first().value(u"hex"_s).toString().toLatin1(), replyFrom("a4d00ff").toHex());
 }
 
+TEST_F(WalkupCommandTest, SaysSoAndExitsAtOnceWhenTheListenerCannotRun)
+{
+    const Socket taken(m_sandbox, u"client"_s); // port 1204 is someone else's
+    ASSERT_TRUE(taken.bound);
+    const auto start = std::chrono::steady_clock::now();
+    const test::CommandResult r = run({u"--seconds"_s, u"30"_s, u"--user"_s, u"Jane Doe"_s});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+    EXPECT_EQ(r.exitCode, 1) << r.describe().toStdString();
+    EXPECT_TRUE(r.standardError.contains("cannot listen on UDP port 1204")) << r.describe().toStdString();
+}
+
 TEST_F(WalkupCommandTest, TimesOutWithStatusThreeAndRejectsBadArguments)
 {
     EXPECT_EQ(run({u"--seconds"_s, u"0.3"_s}).exitCode, 3);
