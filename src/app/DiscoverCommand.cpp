@@ -46,13 +46,13 @@ int runDiscover(const Context& context)
 
     PrinterDiscoveryEngine engine(context.settings.value(kDiscoverySettingsKey).toMap());
     if (parser.isSet(QStringLiteral("no-broadcast")))
-        engine.setSorlenDiscoveryEnabled(false);
+        engine.setBroadcastDiscoveryEnabled(false);
     if (parser.isSet(QStringLiteral("no-bonjour")))
         engine.setBonjourEnabled(false);
     if (parser.isSet(QStringLiteral("no-usb")))
-        engine.setUseUSBDiscovery(false);
+        engine.setUsbDiscoveryEnabled(false);
     // Walkup answers printers with the user's name: it has its own command.
-    engine.setSorlenWalkupEnabled(false);
+    engine.setWalkupEnabled(false);
 
     // A set, not a list to scan: thousands of printers may be announced.
     QSet<QString> seen;
@@ -72,9 +72,9 @@ int runDiscover(const Context& context)
     engine.addSubnetsForInterfaces();
     engine.startDiscovery();
     for (const Subnet& s : subnets)
-        engine.addBroadCastAddressForSearch(s.broadcast());
+        engine.addSearchAddress(s.broadcast());
     for (const uint32_t a : addresses)
-        engine.addPrinterForSearchFromOtherThread(a);
+        engine.askForKnownNetworks(a);
     if (!context.json)
         err() << "Searching for printers for " << seconds << " s on "
               << (engine.knownSearchSubnets().isEmpty()

@@ -46,10 +46,10 @@ int runWalkup(const Context& context)
     // The engine with walkup alone: the selected printer is identified over
     // its SNMP socket, as in the wizard.
     PrinterDiscoveryEngine engine(context.settings.value(kDiscoverySettingsKey).toMap());
-    engine.setSorlenDiscoveryEnabled(false);
+    engine.setBroadcastDiscoveryEnabled(false);
     engine.setBonjourEnabled(false);
-    engine.setUseUSBDiscovery(false);
-    engine.setSorlenWalkupEnabled(true);
+    engine.setUsbDiscoveryEnabled(false);
+    engine.setWalkupEnabled(true);
     engine.setUserName(user);
 
     QMap<QString, QStringList> announced; // address -> model and MAC last printed

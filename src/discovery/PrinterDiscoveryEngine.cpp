@@ -292,11 +292,11 @@ PrinterDiscoveryEngine::PrinterDiscoveryEngine(const QVariantMap& settings, cons
             target = settings.value(key).toBool();
     };
     flag(useBonjourKey, m_useBonjour);
-    flag(useSorlenDiscoveryKey, m_useSorlenDiscovery);
-    flag(useSorlenWalkupKey, m_useSorlenWalkup);
-    flag(useUSBDiscoveryKey, m_useUSBDiscovery);
-    m_snmpCommunityGetStr = stringSetting(settings, snmpCommunityGetKey);
-    m_snmpCommunitySetStr = stringSetting(settings, snmpCommunitySetKey);
+    flag(useSorlenDiscoveryKey, m_useBroadcastDiscovery);
+    flag(useSorlenWalkupKey, m_useWalkup);
+    flag(useUSBDiscoveryKey, m_useUsbDiscovery);
+    m_readCommunity = stringSetting(settings, snmpCommunityGetKey);
+    m_writeCommunity = stringSetting(settings, snmpCommunitySetKey);
 
     m_core->wakeFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (m_core->wakeFd < 0)
@@ -314,10 +314,10 @@ PrinterDiscoveryEngine::PrinterDiscoveryEngine(const QVariantMap& settings, cons
     Core& core = *m_core;
     core.bonjour.setKnownPrinterTest(
         [&core](uint32_t address) { return core.broadcast.rules().printerInAnyBroadcast(address); });
-    core.identification.setCommunity(m_snmpCommunityGetStr);
+    core.identification.setCommunity(m_readCommunity);
     setPrinterModels(settings.value(discoverPrinterTypesKey).toStringList());
     setUserName(stringSetting(settings, userNameKey));
-    post([broadcast = m_useSorlenDiscovery](Core& c) {
+    post([broadcast = m_useBroadcastDiscovery](Core& c) {
         c.identification.setLearnNetworks(broadcast);
         c.bonjour.setLearnNetworks(broadcast);
     });
@@ -373,9 +373,9 @@ void PrinterDiscoveryEngine::setUserName(const QString& name)
 
 // --- switches ---------------------------------------------------------------
 
-void PrinterDiscoveryEngine::setSorlenDiscoveryEnabled(bool on)
+void PrinterDiscoveryEngine::setBroadcastDiscoveryEnabled(bool on)
 {
-    m_useSorlenDiscovery = on;
+    m_useBroadcastDiscovery = on;
     post([on](Core& c) {
         c.useBroadcast = on;
         c.identification.setLearnNetworks(on);
@@ -395,9 +395,9 @@ void PrinterDiscoveryEngine::setBonjourEnabled(bool on)
     });
 }
 
-void PrinterDiscoveryEngine::setSorlenWalkupEnabled(bool on)
+void PrinterDiscoveryEngine::setWalkupEnabled(bool on)
 {
-    m_useSorlenWalkup = on;
+    m_useWalkup = on;
     post([on](Core& c) {
         c.useWalkup = on;
         if (c.looping)
@@ -405,9 +405,9 @@ void PrinterDiscoveryEngine::setSorlenWalkupEnabled(bool on)
     });
 }
 
-void PrinterDiscoveryEngine::setUseUSBDiscovery(bool on)
+void PrinterDiscoveryEngine::setUsbDiscoveryEnabled(bool on)
 {
-    m_useUSBDiscovery = on;
+    m_useUsbDiscovery = on;
     post([on](Core& c) {
         c.useUsb = on;
         if (c.looping)
@@ -423,12 +423,12 @@ void PrinterDiscoveryEngine::startDiscovery()
         return;
     m_discoveryStarted = true;
     Core& core = *m_core;
-    core.useBroadcast = m_useSorlenDiscovery;
+    core.useBroadcast = m_useBroadcastDiscovery;
     core.useBonjour = m_useBonjour;
-    core.useWalkup = m_useSorlenWalkup;
-    core.useUsb = m_useUSBDiscovery;
-    core.identification.setLearnNetworks(m_useSorlenDiscovery);
-    core.bonjour.setLearnNetworks(m_useSorlenDiscovery);
+    core.useWalkup = m_useWalkup;
+    core.useUsb = m_useUsbDiscovery;
+    core.identification.setLearnNetworks(m_useBroadcastDiscovery);
+    core.bonjour.setLearnNetworks(m_useBroadcastDiscovery);
     core.startAll(DiscoveryClock::now());
     core.snapshot();
     core.looping = true;
@@ -458,7 +458,7 @@ void PrinterDiscoveryEngine::addSubnetsForInterfaces()
     post([](Core& c) { c.broadcast.addSubnetsForInterfaces(DiscoveryClock::now()); });
 }
 
-void PrinterDiscoveryEngine::addBroadCastAddressForSearch(uint32_t address)
+void PrinterDiscoveryEngine::addSearchAddress(uint32_t address)
 {
     post([address](Core& c) { c.broadcast.addSearchAddress(address, DiscoveryClock::now()); });
 }
@@ -483,7 +483,7 @@ void PrinterDiscoveryEngine::broadcast()
     post([](Core& c) { c.broadcast.broadcast(); });
 }
 
-void PrinterDiscoveryEngine::addPrinterForSearchFromOtherThread(uint32_t address)
+void PrinterDiscoveryEngine::askForKnownNetworks(uint32_t address)
 {
     post([address](Core& c) {
         PrinterIdentification::Output out;
@@ -529,10 +529,10 @@ void PrinterDiscoveryEngine::deliverEvents()
             Q_EMIT walkupAnnounced(e.printer);
             break;
         case DiscoveryEvent::Kind::WalkupSelected:
-            m_useSorlenWalkup = false;
+            m_useWalkup = false;
             break;
         case DiscoveryEvent::Kind::WalkupEnded:
-            m_useSorlenWalkup = false;
+            m_useWalkup = false;
             Q_EMIT walkupEnded(e.text);
             break;
         }
@@ -548,14 +548,14 @@ const OidMap& PrinterDiscoveryEngine::printerQueryOids()
     return PrinterIdentification::printerQueryOids();
 }
 
-const OidMap& PrinterDiscoveryEngine::M3_0KnownNetworkOIDS()
+const OidMap& PrinterDiscoveryEngine::olderKnownNetworkOids()
 {
-    return PrinterIdentification::M3_0KnownNetworkOIDS();
+    return PrinterIdentification::olderKnownNetworkOids();
 }
 
-const OidMap& PrinterDiscoveryEngine::M3_5KnownNetworkOIDS()
+const OidMap& PrinterDiscoveryEngine::newerKnownNetworkOids()
 {
-    return PrinterIdentification::M3_5KnownNetworkOIDS();
+    return PrinterIdentification::newerKnownNetworkOids();
 }
 
 namespace {
@@ -572,26 +572,25 @@ bool replaceCommunity(QString& current, const QString& next)
 
 } // namespace
 
-void PrinterDiscoveryEngine::setSnmpGetString(const QString& community)
+void PrinterDiscoveryEngine::setReadCommunity(const QString& community)
 {
-    if (!replaceCommunity(m_snmpCommunityGetStr, community))
+    if (!replaceCommunity(m_readCommunity, community))
         return;
     m_userSettingsHaveChanged = true;
     post([community](Core& c) { c.identification.setCommunity(community); });
 }
 
-void PrinterDiscoveryEngine::setSnmpSetString(const QString& community)
+void PrinterDiscoveryEngine::setWriteCommunity(const QString& community)
 {
-    if (replaceCommunity(m_snmpCommunitySetStr, community))
+    if (replaceCommunity(m_writeCommunity, community))
         m_userSettingsHaveChanged = true;
 }
 
-void PrinterDiscoveryEngine::saveUserPrefs()
+void PrinterDiscoveryEngine::saveUserPreferences()
 {
     if (!m_userSettingsHaveChanged)
         return;
-    const QVariantMap prefs{{snmpCommunityGetKey, m_snmpCommunityGetStr},
-                            {snmpCommunitySetKey, m_snmpCommunitySetStr}};
+    const QVariantMap prefs{{snmpCommunityGetKey, m_readCommunity}, {snmpCommunitySetKey, m_writeCommunity}};
     m_userSettingsHaveChanged = false;
     writeOverrideSettingsDict(prefs);
 }

@@ -63,13 +63,13 @@ public:
     // Switches. While discovery runs, switching a method on or off starts or
     // stops it at once; otherwise the next start uses the new value.
     bool bonjourEnabled() const { return m_useBonjour; }
-    bool sorlenDiscoveryEnabled() const { return m_useSorlenDiscovery; }
-    bool sorlenWalkupEnabled() const { return m_useSorlenWalkup; }
-    bool useUSBDiscovery() const { return m_useUSBDiscovery; }
+    bool broadcastDiscoveryEnabled() const { return m_useBroadcastDiscovery; }
+    bool walkupEnabled() const { return m_useWalkup; }
+    bool usbDiscoveryEnabled() const { return m_useUsbDiscovery; }
     void setBonjourEnabled(bool on);
-    void setSorlenDiscoveryEnabled(bool on);
-    void setSorlenWalkupEnabled(bool on);
-    void setUseUSBDiscovery(bool on);
+    void setBroadcastDiscoveryEnabled(bool on);
+    void setWalkupEnabled(bool on);
+    void setUsbDiscoveryEnabled(bool on);
 
     void startDiscovery();
     // Returns once the work thread has ended: at once, whatever the network does.
@@ -80,7 +80,7 @@ public:
     // remote broadcast addresses (from the user or learned from printers).
     // A new target is asked at once.
     void addSubnetsForInterfaces();
-    void addBroadCastAddressForSearch(uint32_t address);
+    void addSearchAddress(uint32_t address);
     void addSubnetForSearch(uint32_t replyAddr, uint32_t broadcastAddr, uint32_t netmask);
     QStringList knownSearchSubnets() const;
     // Sends every target its request now (the loop does so every 10 s).
@@ -88,21 +88,21 @@ public:
 
     // Asks the printer at an address typed by the user for its known
     // networks (when broadcast discovery is on). Never blocks.
-    void addPrinterForSearchFromOtherThread(uint32_t address);
+    void askForKnownNetworks(uint32_t address);
 
     // The SNMP communities. Setting a value equal to the current one, or one
-    // that was never set, changes nothing; saveUserPrefs writes both to the
+    // that was never set, changes nothing; saveUserPreferences writes both to the
     // user preferences when one has changed.
-    QString snmpGetString() const { return m_snmpCommunityGetStr; }
-    QString snmpSetString() const { return m_snmpCommunitySetStr; }
-    void setSnmpGetString(const QString& community);
-    void setSnmpSetString(const QString& community);
-    void saveUserPrefs();
+    QString readCommunity() const { return m_readCommunity; }
+    QString writeCommunity() const { return m_writeCommunity; }
+    void setReadCommunity(const QString& community);
+    void setWriteCommunity(const QString& community);
+    void saveUserPreferences();
 
     // The OID maps of the identification and known-network queries.
     static const OidMap& printerQueryOids();
-    static const OidMap& M3_0KnownNetworkOIDS();
-    static const OidMap& M3_5KnownNetworkOIDS();
+    static const OidMap& olderKnownNetworkOids();
+    static const OidMap& newerKnownNetworkOids();
 
     // Figures for the benchmark and tests, as of the loop's last pass.
     struct Statistics
@@ -133,14 +133,14 @@ private:
     void deliverEvents();
 
     bool m_useBonjour = false;
-    bool m_useSorlenDiscovery = false;
-    bool m_useSorlenWalkup = false;
-    bool m_useUSBDiscovery = false;
+    bool m_useBroadcastDiscovery = false;
+    bool m_useWalkup = false;
+    bool m_useUsbDiscovery = false;
     bool m_discoveryStarted = false;
     QStringList m_printerModels;
     QString m_userName;
-    QString m_snmpCommunityGetStr;
-    QString m_snmpCommunitySetStr;
+    QString m_readCommunity;
+    QString m_writeCommunity;
     bool m_userSettingsHaveChanged = false;
 
     std::unique_ptr<Core> m_core;

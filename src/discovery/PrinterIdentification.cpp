@@ -22,7 +22,7 @@ const OidMap& PrinterIdentification::printerQueryOids()
     return oids;
 }
 
-const OidMap& PrinterIdentification::M3_0KnownNetworkOIDS()
+const OidMap& PrinterIdentification::olderKnownNetworkOids()
 {
     static const OidMap oids{
         {QStringLiteral(".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.99"), QString(CacheEnabledKey)},
@@ -34,7 +34,7 @@ const OidMap& PrinterIdentification::M3_0KnownNetworkOIDS()
     return oids;
 }
 
-const OidMap& PrinterIdentification::M3_5KnownNetworkOIDS()
+const OidMap& PrinterIdentification::newerKnownNetworkOids()
 {
     static const OidMap oids{
         {QStringLiteral(".1.3.6.1.4.1.58101.8.64.4.2.1.5.2.22510000"), QString(CacheEnabledKey)},
@@ -61,8 +61,8 @@ void PrinterIdentification::ask(Stage stage, uint32_t address, IdentifyRequest r
 {
     const uint64_t tag = m_nextTag++;
     const OidMap& oids = stage == Stage::Identity     ? printerQueryOids()
-                         : stage == Stage::OlderCache ? M3_0KnownNetworkOIDS()
-                                                      : M3_5KnownNetworkOIDS();
+                         : stage == Stage::OlderCache ? olderKnownNetworkOids()
+                                                      : newerKnownNetworkOids();
     m_pending.emplace(tag, Pending{stage, address, std::move(request)});
     out.queries.push_back({address, m_community, oids, tag});
 }

@@ -64,8 +64,8 @@ public:
 
     // The identity and known-network queries' OIDs and result keys.
     static const OidMap& printerQueryOids();
-    static const OidMap& M3_0KnownNetworkOIDS();
-    static const OidMap& M3_5KnownNetworkOIDS();
+    static const OidMap& olderKnownNetworkOids();
+    static const OidMap& newerKnownNetworkOids();
 
     // What a good known-network answer teaches: the cache's first entry, when
     // the cache is on and the entry is an address worth searching.

@@ -131,7 +131,7 @@ std::optional<QVariantMap> getSettingsDict(const QString& settingsFile)
 
     // The vendor word comes from the file being read, not from the process-wide
     // string that is set only after this load: so the preferences read here are
-    // the ones saveUserPrefs writes.
+    // the ones saveUserPreferences writes.
     const auto prefsPath = filePathForUserPrefs(settings.value(kVendorKey).toString());
     if (!prefsPath || !QFileInfo::exists(*prefsPath))
         return settings;

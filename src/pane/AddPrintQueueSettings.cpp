@@ -140,7 +140,7 @@ void AddPrintQueueSettings::handTargetToEngine()
         const std::optional<uint32_t> broadcast =
             broadcastAddressForSubnet(m_ui->gatewayTextField->text(), m_ui->subnetTextField->text());
         if (broadcast)
-            m_pdEngine->addBroadCastAddressForSearch(*broadcast);
+            m_pdEngine->addSearchAddress(*broadcast);
         else
             qCWarning(lcPane).noquote()
                 << "AddPrintQueueSettings: not an address:" << m_ui->gatewayTextField->text()
@@ -148,7 +148,7 @@ void AddPrintQueueSettings::handTargetToEngine()
     } else if (m_ui->ipAddressRadioButton->isChecked()) {
         const std::optional<uint32_t> address = networkOrderAddress(m_ui->ipAddressTextField->text());
         if (address)
-            m_pdEngine->addPrinterForSearchFromOtherThread(*address);
+            m_pdEngine->askForKnownNetworks(*address);
         else
             qCWarning(lcPane).noquote()
                 << "AddPrintQueueSettings: not an address:" << m_ui->ipAddressTextField->text();

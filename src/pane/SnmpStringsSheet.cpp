@@ -45,8 +45,8 @@ void SnmpStringsSheet::showSNMPStringsSheet()
 {
     m_ui->snmpGetCommunityLabel->setText(localizedStringForKey("SNMP Get Community Label"));
     m_ui->snmpSetCommunityLabel->setText(localizedStringForKey("SNMP Set Community Label"));
-    m_ui->snmpGetTextField->setText(m_engine->snmpGetString());
-    m_ui->snmpSetTextField->setText(m_engine->snmpSetString());
+    m_ui->snmpGetTextField->setText(m_engine->readCommunity());
+    m_ui->snmpSetTextField->setText(m_engine->writeCommunity());
     m_ui->snmpOKButton->setText(localizedStringForKey("OK"));
     m_ui->snmpCancelButton->setText(localizedStringForKey("Cancel Button Title"));
     setWindowTitle(localizedStringForKey("SNMP Sheet Title"));
@@ -69,9 +69,9 @@ void SnmpStringsSheet::snmpStringsSheetDidEnd()
     // Both strings go to the engine even when unchanged: its own rule decides
     // whether anything is marked changed and written.
     if (m_snmpSheetDlgResult) {
-        m_engine->setSnmpGetString(m_ui->snmpGetTextField->text());
-        m_engine->setSnmpSetString(m_ui->snmpSetTextField->text());
-        m_engine->saveUserPrefs();
+        m_engine->setReadCommunity(m_ui->snmpGetTextField->text());
+        m_engine->setWriteCommunity(m_ui->snmpSetTextField->text());
+        m_engine->saveUserPreferences();
     }
     qCInfo(lcPane, "snmpStringsSheetDidEnd");
 }

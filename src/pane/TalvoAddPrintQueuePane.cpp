@@ -138,16 +138,16 @@ void TalvoAddPrintQueuePane::setUpOnce()
         setVendor(vendorWord);
 
     m_discoverySettings = m_settingsDict.value(kDiscoverySettingsKey).toMap();
-    m_useSorlenDiscovery = m_discoverySettings.value(useSorlenDiscoveryKey).toBool();
-    m_useSorlenWalkup = m_discoverySettings.value(useSorlenWalkupKey).toBool();
+    m_useBroadcastDiscovery = m_discoverySettings.value(useSorlenDiscoveryKey).toBool();
+    m_useWalkup = m_discoverySettings.value(useSorlenWalkupKey).toBool();
 
     m_ui->discoverPrintersLabel->setText(tx("Discovered Printers"));
-    if (!m_useSorlenDiscovery)
+    if (!m_useBroadcastDiscovery)
         m_ui->advancedButton->hide();
     else
         m_ui->advancedButton->setText(tx("Advanced Search"));
     // Without walkup its button goes; the layout centres the other two.
-    if (!m_useSorlenWalkup) {
+    if (!m_useWalkup) {
         m_ui->walkupButton->hide();
     } else {
         m_ui->walkupButton->setToolTip(tx("Walkup Button Tooltip"));
@@ -273,7 +273,7 @@ void TalvoAddPrintQueuePane::setMode(int mode)
     m_ui->manualButton->setChecked(mode == ManualMode);
     setNextEnabled(mode != WalkupMode && !m_creating);
     if (m_engine)
-        m_engine->setSorlenWalkupEnabled(mode == WalkupMode);
+        m_engine->setWalkupEnabled(mode == WalkupMode);
     if (mode == ManualMode) {
         m_ui->addressTextField->setFocus();
         m_ui->addressTextField->selectAll();
@@ -417,7 +417,7 @@ void TalvoAddPrintQueuePane::createPrintQueueForPrinter(QVariantMap printer)
     }
     QueueCreationSettings settings = QueueCreationSettings::fromPluginSettings(m_settingsDict);
     if (m_engine)
-        settings.community = m_engine->snmpGetString();
+        settings.community = m_engine->readCommunity();
     m_creator = std::make_unique<QueueCreator>(std::move(settings));
     // Printer icons are widgets' business: the worker gets the data only.
     printer.remove(kPrinterIconImgKey);
@@ -670,7 +670,7 @@ void TalvoAddPrintQueuePane::startProbe(uint32_t address, const QString& shownAd
     // sheet, not only the one the settings started with.
     ProbeSettings settings = ProbeSettings::fromPluginSettings(m_settingsDict);
     if (m_engine)
-        settings.community = m_engine->snmpGetString();
+        settings.community = m_engine->readCommunity();
     m_probe = std::make_unique<PrinterProbe>(std::move(settings));
     const uint64_t generation = m_manualGeneration;
     const bool started =

@@ -167,8 +167,8 @@ private:
     QVariantMap m_supportedPrintersDict;
     QVariantMap m_discoverySettings;
     QStringList m_supportedPrintersArray;
-    bool m_useSorlenDiscovery = false;
-    bool m_useSorlenWalkup = false;
+    bool m_useBroadcastDiscovery = false;
+    bool m_useWalkup = false;
 
     PrinterDiscoveryEngine* m_engine = nullptr;
     PrinterListModel* m_listModel = nullptr;

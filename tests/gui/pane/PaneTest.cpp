@@ -335,7 +335,7 @@ TEST_F(PaneTest, WalkupModeDisablesContinueAndThePrinterSelectedAtItsPanelGetsIt
     child<QAbstractButton>("walkupButton")->click();
     EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::WalkupMode);
     EXPECT_FALSE(m_pane->isComplete()) << "Continue must be disabled in walkup mode";
-    EXPECT_TRUE(m_pane->discoveryEngine()->sorlenWalkupEnabled());
+    EXPECT_TRUE(m_pane->discoveryEngine()->walkupEnabled());
 
     ASSERT_TRUE(waitForSheet("queueCreatedSheet", 30s));
     EXPECT_EQ(installedPrinter().value(kIPAddrStrKey), u"10.77.61.23"_s);
@@ -380,7 +380,7 @@ TEST_F(PaneTest, SheetsHandTheirSettingsToTheEngine)
     snmp->getTextField()->clear();
     QTest::keyClicks(snmp->getTextField(), u"backoffice"_s);
     snmp->okButton()->click();
-    EXPECT_EQ(m_pane->discoveryEngine()->snmpGetString(), u"backoffice"_s);
+    EXPECT_EQ(m_pane->discoveryEngine()->readCommunity(), u"backoffice"_s);
     QFile prefs(filePathForUserPrefs().value_or(QString()));
     ASSERT_TRUE(prefs.open(QIODevice::ReadOnly)) << prefs.fileName().toStdString();
     EXPECT_TRUE(prefs.readAll().contains("backoffice"));

@@ -149,8 +149,8 @@ TEST(SnmpStringsSheet, ClosingHandsTheStringsOnOnlyWithOk)
             QTest::keyClick(&sheet, Qt::Key_Escape);
         EXPECT_EQ(sheet.snmpSheetDlgResult(), c.close == &SnmpStringsSheet::okButton);
         const bool written = !c.getAfter.isNull();
-        EXPECT_EQ(engine.snmpGetString(), written ? c.getAfter : u"public"_s);
-        EXPECT_EQ(engine.snmpSetString(), written ? c.setAfter : u"private"_s);
+        EXPECT_EQ(engine.readCommunity(), written ? c.getAfter : u"public"_s);
+        EXPECT_EQ(engine.writeCommunity(), written ? c.setAfter : u"private"_s);
         EXPECT_EQ(log.lines().count(u"snmpStringsSheetDidEnd"_s), 1);
         const QString prefsFile = filePathForUserPrefs().value_or(QString());
         ASSERT_TRUE(prefsFile.startsWith(config.path()));

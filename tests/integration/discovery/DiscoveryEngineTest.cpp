@@ -203,8 +203,8 @@ TEST_F(LocalNetworkTest, AddressesHandedOverInQuickSuccessionAreEachAskedForThei
     ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
     EngineInHost client(m_sandbox, QStringLiteral("client"));
     client.engine->startDiscovery(); // no local networks: only what is handed over
-    client.engine->addPrinterForSearchFromOtherThread(inet_addr("10.77.0.26"));
-    client.engine->addPrinterForSearchFromOtherThread(inet_addr("10.77.0.27"));
+    client.engine->askForKnownNetworks(inet_addr("10.77.0.26"));
+    client.engine->askForKnownNetworks(inet_addr("10.77.0.27"));
     EXPECT_TRUE(processEventsUntil(
         [&] {
             const QStringList targets = client.engine->knownSearchSubnets();
@@ -231,7 +231,7 @@ TEST_F(LocalNetworkTest, SelectedWalkupPrinterIsBeaconedOnce)
     QObject::connect(client.engine.get(), &PrinterDiscoveryEngine::printerBeaconed,
                      [&](const QVariantMap& p) { beaconed << p; });
     client.engine->setUserName(QStringLiteral("Ada Lovelace"));
-    client.engine->setSorlenWalkupEnabled(true);
+    client.engine->setWalkupEnabled(true);
     client.start();
     ASSERT_TRUE(processEventsUntil([&] { return !beaconed.isEmpty(); }, 8s));
     processEventsFor(1s);
@@ -239,7 +239,7 @@ TEST_F(LocalNetworkTest, SelectedWalkupPrinterIsBeaconedOnce)
     EXPECT_EQ(beaconed.first().value(kIPAddrStrKey), QStringLiteral("10.77.0.20"));
     EXPECT_EQ(beaconed.first().value(kDnsNameKey), QStringLiteral("lobby"));
     EXPECT_EQ(beaconed.first().value(kQueueConnectionTypeStrKey), QStringLiteral("Raw TCP"));
-    EXPECT_FALSE(client.engine->sorlenWalkupEnabled());
+    EXPECT_FALSE(client.engine->walkupEnabled());
     EXPECT_EQ(sim.events("walkup-reply").first().value(QStringLiteral("user")).toString(),
               QStringLiteral("Ada Lovelace"));
     setVendor(QString());
@@ -343,16 +343,16 @@ TEST(EngineUsb, AttachedPrinterAndItsRemovalArriveAsSignals)
 TEST(EngineSettings, UnchangedOrNeverSetCommunitiesAreNotSaved)
 {
     PrinterDiscoveryEngine engine({{QString(snmpCommunityGetKey), QStringLiteral("public")}});
-    engine.setSnmpGetString(QStringLiteral("public"));
-    engine.setSnmpSetString(QStringLiteral("secret")); // never set: cannot be set later
-    EXPECT_EQ(engine.snmpSetString(), QString());
+    engine.setReadCommunity(QStringLiteral("public"));
+    engine.setWriteCommunity(QStringLiteral("secret")); // never set: cannot be set later
+    EXPECT_EQ(engine.writeCommunity(), QString());
     setVendor(QStringLiteral("Talvo"));
     QTemporaryDir config;
     qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-    engine.saveUserPrefs();
+    engine.saveUserPreferences();
     EXPECT_TRUE(QDir(config.path()).isEmpty());
-    engine.setSnmpGetString(QStringLiteral("secret"));
-    engine.saveUserPrefs();
+    engine.setReadCommunity(QStringLiteral("secret"));
+    engine.saveUserPreferences();
     EXPECT_EQ(getSettingsDict(QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist"))
                   ->value(kDiscoverySettingsKey)
                   .toMap()

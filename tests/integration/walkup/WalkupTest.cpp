@@ -165,7 +165,7 @@ TEST_F(WalkupTest, AnnouncementsAreAnsweredAndOnlyTheAnnouncerIsReportedWhenSele
     ASSERT_TRUE(sim.ready()) << sim.failure();
     ASSERT_TRUE(test::processEventsUntil([&] { return !client.beaconed.isEmpty(); }, 10s))
         << sim.log() << log.lines().join(u'\n').toStdString();
-    EXPECT_FALSE(client.engine->sorlenWalkupEnabled());
+    EXPECT_FALSE(client.engine->walkupEnabled());
     ASSERT_EQ(client.beaconed.size(), 1);
     const QVariantMap p = client.beaconed.first();
     EXPECT_EQ(p.value(kIPAddressNumberKey).toULongLong(), inet_addr("10.77.0.10")); // where it arrived
@@ -213,7 +213,7 @@ TEST_F(WalkupTest, OnlyThePrinterItselfIsAnsweredAndLargeDatagramsAreReadWhole)
     EXPECT_TRUE(printer.receive(500ms).isEmpty());
     ASSERT_TRUE(test::processEventsUntil([&] { return client.announced.size() == 1; }, 1s));
     EXPECT_EQ(client.announced, QStringList{QString::fromLatin1(longModel)});
-    EXPECT_TRUE(client.engine->sorlenWalkupEnabled()) << "a stray selection ended the session";
+    EXPECT_TRUE(client.engine->walkupEnabled()) << "a stray selection ended the session";
     EXPECT_TRUE(client.beaconed.isEmpty());
 
     const auto start = std::chrono::steady_clock::now();

@@ -80,12 +80,12 @@ TEST_F(PrinterIdentificationTest, IdentityThenOlderThenNewerCacheEachAfterAnAnsw
     EXPECT_EQ(printer.value(SNMPQueryOperationResultKey), 1);
     EXPECT_EQ(identified.answered, std::vector<uint32_t>{ip("10.1.0.20")});
     ASSERT_EQ(identified.queries.size(), 1u);
-    EXPECT_EQ(identified.queries[0].oids, PrinterIdentification::M3_0KnownNetworkOIDS());
+    EXPECT_EQ(identified.queries[0].oids, PrinterIdentification::olderKnownNetworkOids());
 
     // Newer firmware answers the older numbering with noSuchName (2).
     const Output older = answer(identified, Outcome::Answered, 2);
     ASSERT_EQ(older.queries.size(), 1u);
-    EXPECT_EQ(older.queries[0].oids, PrinterIdentification::M3_5KnownNetworkOIDS());
+    EXPECT_EQ(older.queries[0].oids, PrinterIdentification::newerKnownNetworkOids());
     const Output newer =
         answer(older, Outcome::Answered, 0,
                {{QString(CacheEnabledKey), 1}, {QString(AddressCache1Key), QStringLiteral("10.78.0.255")}});
