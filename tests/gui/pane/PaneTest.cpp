@@ -4,6 +4,7 @@
 
 #include "EventLoop.h"
 #include "LogCapture.h"
+#include "discovery/BroadcastPacket.h"
 #include "discovery/PrinterDiscoveryEngine.h"
 #include "fixtures/CupsServer.h"
 #include "fixtures/NetworkSandbox.h"
@@ -34,7 +35,19 @@
 #include <QTest>
 #include <QTimer>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <QElapsedTimer>
+#include <QRandomGenerator>
+
+#include <atomic>
+#include <iostream>
 #include <memory>
+#include <thread>
 
 namespace talvo {
 namespace {
@@ -74,6 +87,8 @@ struct World
         // The walkup printer lives on a host of its own: a simulator binds the
         // discovery port of its whole host.
         sandbox.addHost(u"panel"_s, u"10.77.61.23/24"_s);
+        // A hostile host on the same LAN.
+        sandbox.addHost(u"flooder"_s, u"10.77.61.30/24"_s);
         // Two supported printers that answer discovery (one of them twice per
         // request) and one of another make that only answers SNMP.
         printers = std::make_unique<PrinterSim>(
@@ -343,6 +358,96 @@ TEST_F(PaneTest, WalkupModeDisablesContinueAndThePrinterSelectedAtItsPanelGetsIt
     EXPECT_TRUE(queues().contains(installedPrinter().value(kCUPSQueueNameKey).toString()));
     visibleSheet("queueCreatedSheet")->accept();
     EXPECT_TRUE(processEventsUntil([&] { return m_wizard->currentPage() != m_pane; }, 5s));
+}
+
+// A host on the LAN that hears the discovery request and answers it with
+// everything it can send: valid replies, replies that lie, garbage.
+class Flooder
+{
+public:
+    explicit Flooder(const NetworkSandbox& sandbox)
+    {
+        m_thread = std::jthread([this, &sandbox](std::stop_token stop) { run(sandbox, stop); });
+    }
+    bool listening() const { return m_listening; }
+    uint64_t sent() const { return m_sent; }
+
+private:
+    void run(const NetworkSandbox& sandbox, const std::stop_token& stop)
+    {
+        const ScopedNetns inside(sandbox, u"flooder"_s);
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        sockaddr_in at{};
+        at.sin_family = AF_INET;
+        at.sin_port = htons(broadcast::sorlenDiscoveryUDPPortNum);
+        m_listening = ::bind(fd, reinterpret_cast<const sockaddr*>(&at), sizeof at) == 0;
+        sockaddr_in engine{};
+        socklen_t length = sizeof engine;
+        char request[1500];
+        pollfd p{fd, POLLIN, 0};
+        while (!stop.stop_requested()) {
+            if (::poll(&p, 1, 100) == 1 &&
+                ::recvfrom(fd, request, sizeof request, 0, reinterpret_cast<sockaddr*>(&engine), &length) > 0)
+                break;
+        }
+        const QByteArray valid =
+            broadcast::buildReply(u"Model 4000"_s, u"10.77.61.30"_s, u"00:80:92:00:00:30"_s);
+        const QByteArray lying = broadcast::buildReply(u"Model 4000"_s, u"10.77.61.99"_s, u"x"_s);
+        QByteArray garbage(1500, '\0');
+        auto* random = QRandomGenerator::global();
+        while (!stop.stop_requested()) {
+            for (int i = 0; i < 256; ++i) {
+                const QByteArray* datagram = &garbage;
+                if (i % 3 == 0)
+                    datagram = &valid;
+                else if (i % 3 == 1)
+                    datagram = &lying;
+                else
+                    random->fillRange(reinterpret_cast<quint32*>(garbage.data()), garbage.size() / 4);
+                const auto size = datagram == &garbage ? random->bounded(1500) : datagram->size();
+                if (::sendto(fd, datagram->constData(), static_cast<size_t>(size), 0,
+                             reinterpret_cast<const sockaddr*>(&engine), sizeof engine) > 0)
+                    ++m_sent;
+            }
+        }
+        ::close(fd);
+    }
+    std::atomic<bool> m_listening = false;
+    std::atomic<uint64_t> m_sent = 0;
+    std::jthread m_thread;
+};
+
+TEST_F(PaneTest, AFloodOnTheLanNeitherFreezesTheWindowNorStopsTheUser)
+{
+    ASSERT_TRUE(processEventsUntil([&] { return m_pane->printerList()->rowCount() >= 2; }, 15s));
+    Flooder flooder(s_world->sandbox);
+    ASSERT_TRUE(processEventsUntil([&] { return flooder.listening(); }, 2s));
+    m_pane->discoveryEngine()->broadcast(); // the flooder hears where to send
+    ASSERT_TRUE(processEventsUntil([&] { return flooder.sent() > 10'000; }, 5s));
+
+    // How long the window goes without handling an event.
+    QElapsedTimer sinceTick;
+    qint64 longestStall = 0;
+    QTimer ticker;
+    QObject::connect(&ticker, &QTimer::timeout,
+                     [&] { longestStall = std::max(longestStall, sinceTick.restart()); });
+    sinceTick.start();
+    ticker.start(5);
+
+    child<QAbstractButton>("walkupButton")->click();
+    EXPECT_TRUE(processEventsUntil([&] { return m_pane->discoveryEngine()->walkupEnabled(); }, 2s));
+    child<QAbstractButton>("discoverButton")->click();
+    EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::DiscoveredMode);
+    auto* view = child<QListView>("discPrintersListView");
+    view->setCurrentIndex(
+        m_pane->printerList()->index(static_cast<int>(listedAddresses().indexOf(u"10.77.61.20"_s))));
+    m_wizard->next();
+    ASSERT_TRUE(waitForSheet("queueCreatedSheet")) << "no queue while the LAN is flooded";
+    EXPECT_EQ(installedPrinter().value(kIPAddrStrKey), u"10.77.61.20"_s);
+    EXPECT_FALSE(listedAddresses().contains(u"10.77.61.99"_s))
+        << "a reply that lied about its address was listed";
+    std::cerr << "flood: " << flooder.sent() << " datagrams sent; longest stall of the window "
+              << longestStall << " ms\n";
 }
 
 TEST_F(PaneTest, EnteringAgainRestartsTheSameEngineInDiscoveredMode)
