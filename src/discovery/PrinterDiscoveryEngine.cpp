@@ -163,10 +163,12 @@ struct PrinterDiscoveryEngine::Core
                     deadline = d;
             }
             auto wait = kLongestWait;
-            if (deadline) {
-                const auto until = std::chrono::ceil<std::chrono::milliseconds>(*deadline - now);
-                wait = std::clamp(until, std::chrono::milliseconds(0), kLongestWait);
-            }
+            // A deadline already past (time_point::min() included) means at
+            // once; never subtract from it, it may be the clock's minimum.
+            if (deadline && *deadline <= now)
+                wait = std::chrono::milliseconds(0);
+            else if (deadline && *deadline - now < kLongestWait)
+                wait = std::chrono::ceil<std::chrono::milliseconds>(*deadline - now);
             if (::poll(fds.data(), fds.size(), static_cast<int>(wait.count())) < 0 && errno != EINTR)
                 qCWarning(lcDiscovery, "select failed %s", std::strerror(errno));
             if (fds[0].revents & POLLIN) {
