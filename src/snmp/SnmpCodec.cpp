@@ -276,6 +276,10 @@ std::optional<Message> decodeMessage(QByteArrayView datagram)
 
 QByteArray encodeResponse(const Message& message)
 {
+    // net-snmp reads -1 in these fields as "not set" and sends 0: refused, so
+    // that whatever this returns decodes to the message given.
+    if (message.errorStatus == SNMP_DEFAULT_ERRSTAT || message.errorIndex == SNMP_DEFAULT_ERRINDEX)
+        return {};
     ensureLibraryInitialised();
     std::lock_guard lock(libraryMutex());
     PduPointer pdu(snmp_pdu_create(static_cast<int>(message.pduType)));

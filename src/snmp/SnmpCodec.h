@@ -111,8 +111,8 @@ QByteArray encodeGetRequest(const GetRequest& request);
 std::optional<Message> decodeMessage(QByteArrayView datagram);
 
 // The inverse of decodeMessage, for whatever message type `message` names
-// (tests, the fuzzer's round trip and test agents); empty when a value cannot
-// be encoded.
+// (tests, the fuzzer's round trip and test agents); empty when a field or
+// value cannot be encoded as given.
 QByteArray encodeResponse(const Message& message);
 
 // The value of one variable as the system uses it; nullopt for the types it

@@ -59,7 +59,7 @@ struct Query
 {
     uint32_t address = 0; // network byte order
     QString community;
-    OidMap oids;      // shared, not copied: Qt's implicit sharing
+    OidMap oids;      // leading-dot OIDs, as replies name them; shared, not copied
     uint64_t tag = 0; // the caller's name for the request, returned in its completion
 };
 

@@ -88,6 +88,11 @@ TEST(SnmpCodec, DecodingAnEncodedMessageGivesItBack)
         ASSERT_FALSE(datagram.isEmpty()) << c.name;
         EXPECT_EQ(decodeMessage(datagram), c.received.value_or(c.sent)) << c.name;
     }
+    // net-snmp would send an error status of -1 ("unset") as 0: refused
+    // rather than altered.
+    Message unset = reply({});
+    unset.errorStatus = -1;
+    EXPECT_TRUE(encodeResponse(unset).isEmpty());
 }
 
 TEST(SnmpCodec, GetRequestCarriesItsIdAndOidsWithNullValues)
