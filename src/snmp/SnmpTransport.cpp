@@ -124,22 +124,19 @@ void Transport::close()
 
 bool Transport::submit(Query query, Clock::time_point now)
 {
+    // Newest first, and a full queue gives up its oldest request: a flood of
+    // queries for addresses that never answer cannot make a printer heard
+    // after it wait behind them all.
     if (m_waiting.size() >= kMaxWaiting) {
-        if (const std::size_t refused = m_refusedLog.admit(now))
-            qCWarning(lcSnmp) << "SNMP queue full:" << refused << "queries refused";
-        return false;
+        if (const std::size_t n = m_refusedLog.admit(now))
+            qCWarning(lcSnmp) << "SNMP queue full:" << n << "oldest queries given up";
+        Answer answer;
+        answer.outcome = Outcome::Cancelled;
+        ++m_stats.cancelled;
+        complete(m_waiting.back(), std::move(answer));
+        m_waiting.pop_back();
     }
-    m_waiting.push_back(std::move(query));
-    return true;
-}
-
-bool Transport::promote(uint64_t tag)
-{
-    const auto found =
-        std::find_if(m_waiting.begin(), m_waiting.end(), [tag](const Query& q) { return q.tag == tag; });
-    if (found == m_waiting.end())
-        return false;
-    std::rotate(m_waiting.begin(), found, std::next(found));
+    m_waiting.push_front(std::move(query));
     return true;
 }
 
@@ -214,8 +211,13 @@ void Transport::acceptDatagram(QByteArrayView datagram, uint32_t fromAddress, ui
     if (answer.errorStatus == 0) {
         for (const Varbind& varbind : reply->varbinds) {
             const auto key = query.oids.constFind(varbind.oid);
-            if (varbind.converted && key != query.oids.cend())
+            if (key == query.oids.cend())
+                continue;
+            if (varbind.converted)
                 answer.values.insert(*key, varbind.value);
+            else if (m_unconvertedLog.admit(now))
+                qCWarning(lcSnmp, "getObjectFromSNMPVar: Unknown ASN type: %d",
+                          static_cast<int>(varbind.type));
         }
     }
     ++m_stats.answered;

@@ -76,8 +76,8 @@ public:
     // Bounds the burst of replies a pass must absorb and the table a hostile
     // LAN can fill; 256 replies fit the socket's receive buffer.
     static constexpr std::size_t kMaxInFlight = 256;
-    // A discovery sweep of a large network fits; beyond it a flood of
-    // announcements is refused instead of growing the queue without end.
+    // A discovery sweep of a large network fits; beyond it the oldest
+    // waiting queries are given up instead of the queue growing without end.
     static constexpr std::size_t kMaxWaiting = 10'000;
     // A printer that has not answered in 5 s is not going to: no retry.
     static constexpr std::chrono::seconds kTimeout{5};
@@ -111,12 +111,10 @@ public:
     void close();
     int descriptor() const { return m_fd; }
 
-    // Queues a request; false, and nothing kept, when kMaxWaiting wait already.
-    // Requests queued while closed wait for open().
+    // Queues a request ahead of those waiting (newest first). When
+    // kMaxWaiting wait already, the oldest of them ends as Cancelled. Requests
+    // queued while closed wait for open(). Always true.
     bool submit(Query query, Clock::time_point now);
-    // Moves a waiting request to the front of the queue; false when no request
-    // with that tag is waiting.
-    bool promote(uint64_t tag);
     // When process() has work without the descriptor becoming readable: the
     // earliest time-out or send retry, a time already past when it should run
     // at once, nullopt when nothing but a reply can end a request.
@@ -161,6 +159,7 @@ private:
     QByteArray m_receiveBuffer;
     LogThrottle m_dropLog;
     LogThrottle m_refusedLog;
+    LogThrottle m_unconvertedLog;
 };
 
 } // namespace talvo::snmp

@@ -284,7 +284,7 @@ TEST(SnmpTransport, FailedSendsEndOnceAsSendFailedWithTheirErrno)
     EXPECT_EQ(transport.inFlight(), 1u);
 }
 
-TEST(SnmpTransport, PromotedQueryJumpsTheQueueAndCloseCancelsEveryOtherOnce)
+TEST(SnmpTransport, NewestQueryGoesFirstAFullQueueGivesUpItsOldestAndCloseCancelsTheRestOnce)
 {
     SnmpAgentConfig config;
     config.listen = {QStringLiteral("udp:127.0.0.38:161")};
@@ -293,42 +293,39 @@ TEST(SnmpTransport, PromotedQueryJumpsTheQueueAndCloseCancelsEveryOtherOnce)
     Peer silent("127.0.0.39", 161);
     ASSERT_TRUE(silent.bound());
 
-    // A full queue of queries to a silent printer, the one to the real agent
-    // last: without promotion it would wait for thousands of time-outs.
+    // A full queue of queries to a silent printer (a flood), then one to the
+    // real agent: it is asked first, and the oldest flood query makes room.
     Transport transport;
     ASSERT_TRUE(transport.open());
     const Clock::time_point now = Clock::now();
-    constexpr uint64_t kAgentTag = Transport::kMaxWaiting;
+    constexpr uint64_t kAgentTag = Transport::kMaxWaiting + 1;
     for (uint64_t tag = 1; tag < kAgentTag; ++tag)
         ASSERT_TRUE(
             transport.submit({inet_addr("127.0.0.39"), QStringLiteral("public"), kPrinterOids, tag}, now));
     const OidMap sysName{{QStringLiteral(".1.3.6.1.2.1.1.5.0"), QString(kDnsNameKey)}};
     ASSERT_TRUE(
         transport.submit({inet_addr("127.0.0.38"), QStringLiteral("public"), sysName, kAgentTag}, now));
-    EXPECT_FALSE(transport.submit({inet_addr("127.0.0.38"), QStringLiteral("public"), kPrinterOids, 0}, now));
     EXPECT_EQ(transport.waiting(), Transport::kMaxWaiting);
-    EXPECT_TRUE(transport.promote(kAgentTag));
-    EXPECT_FALSE(transport.promote(0));
 
     Ledger ledger;
     runUntil(
-        transport, ledger, [&] { return !ledger.byTag.empty(); }, 3s);
-    ASSERT_EQ(ledger.endedOnce(), 1u);
+        transport, ledger, [&] { return ledger.byTag.contains(kAgentTag); }, 3s);
     EXPECT_EQ(ledger.answer(kAgentTag).values,
               (QVariantMap{{QString(kDnsNameKey), QStringLiteral("printer")}}));
-    EXPECT_EQ(transport.inFlight(), Transport::kMaxInFlight);
+    EXPECT_EQ(ledger.answer(1).outcome, Outcome::Cancelled) << "the oldest query gave way";
+    EXPECT_EQ(transport.inFlight(), Transport::kMaxInFlight) << "the freed place went to the next query";
 
     transport.close();
     EXPECT_EQ(transport.descriptor(), -1);
     EXPECT_EQ(transport.nextDeadline(), Clock::time_point{}) << "cancellations wait to be collected";
     ledger.add(transport.process(now, false));
     ledger.add(transport.process(now + 10s, false));
-    EXPECT_EQ(ledger.byTag.size(), Transport::kMaxWaiting);
-    EXPECT_EQ(ledger.endedOnce(), Transport::kMaxWaiting);
+    EXPECT_EQ(ledger.byTag.size(), Transport::kMaxWaiting + 1);
+    EXPECT_EQ(ledger.endedOnce(), Transport::kMaxWaiting + 1);
     for (uint64_t tag = 1; tag < kAgentTag; ++tag)
         ASSERT_EQ(ledger.answer(tag).resultDictionary().value(QString(SNMPQueryOperationResultKey)), 5)
             << tag;
-    EXPECT_EQ(transport.stats().cancelled, Transport::kMaxWaiting - 1);
+    EXPECT_EQ(transport.stats().cancelled, Transport::kMaxWaiting);
     EXPECT_EQ(transport.inFlight() + transport.waiting(), 0u);
 }
 
