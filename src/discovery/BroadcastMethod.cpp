@@ -5,8 +5,6 @@
 #include "discovery/DiscoveryLog.h"
 #include "foundation/NetworkAddress.h"
 
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -61,26 +59,8 @@ void BroadcastMethod::addSearchAddress(uint32_t address, DiscoveryClock::time_po
 
 void BroadcastMethod::addSubnetsForInterfaces(DiscoveryClock::time_point now)
 {
-    ifaddrs* list = nullptr;
-    if (::getifaddrs(&list) != 0) {
-        logSystemError(errno);
-        return;
-    }
-    for (const ifaddrs* i = list; i; i = i->ifa_next) {
-        if (!(i->ifa_flags & (IFF_UP | IFF_BROADCAST | IFF_RUNNING)) || (i->ifa_flags & IFF_LOOPBACK))
-            continue;
-        // An interface without a netmask gives no network to search.
-        if (!i->ifa_addr || i->ifa_addr->sa_family != AF_INET || !i->ifa_netmask)
-            continue;
-        sockaddr_in address{};
-        sockaddr_in mask{};
-        std::memcpy(&address, i->ifa_addr, sizeof address);
-        std::memcpy(&mask, i->ifa_netmask, sizeof mask);
-        const uint32_t a = address.sin_addr.s_addr;
-        const uint32_t m = mask.sin_addr.s_addr;
-        addSearchTarget(BroadcastAddr(a, a | ~m, m), now);
-    }
-    ::freeifaddrs(list);
+    for (const InterfaceNetwork& n : interfaceNetworks())
+        addSearchTarget(BroadcastAddr(n.address, n.address | ~n.netmask, n.netmask), now);
 }
 
 Status BroadcastMethod::start(DiscoveryClock::time_point now)

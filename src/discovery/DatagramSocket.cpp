@@ -4,6 +4,8 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -71,6 +73,30 @@ Datagram readWithAddresses(int fd, int bufferSize)
         }
     }
     return d;
+}
+
+std::vector<InterfaceNetwork> interfaceNetworks()
+{
+    std::vector<InterfaceNetwork> networks;
+    ifaddrs* list = nullptr;
+    if (::getifaddrs(&list) != 0) {
+        logSystemError(errno);
+        return networks;
+    }
+    for (const ifaddrs* i = list; i; i = i->ifa_next) {
+        if (!(i->ifa_flags & (IFF_UP | IFF_BROADCAST | IFF_RUNNING)) || (i->ifa_flags & IFF_LOOPBACK))
+            continue;
+        // An interface without a netmask gives no network.
+        if (!i->ifa_addr || i->ifa_addr->sa_family != AF_INET || !i->ifa_netmask)
+            continue;
+        sockaddr_in address{};
+        sockaddr_in mask{};
+        std::memcpy(&address, i->ifa_addr, sizeof address);
+        std::memcpy(&mask, i->ifa_netmask, sizeof mask);
+        networks.push_back({address.sin_addr.s_addr, mask.sin_addr.s_addr});
+    }
+    ::freeifaddrs(list);
+    return networks;
 }
 
 int openDiscoverySocket()

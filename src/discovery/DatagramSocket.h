@@ -13,6 +13,7 @@
 #include <netinet/in.h>
 
 #include <cstdint>
+#include <vector>
 
 namespace talvo {
 
@@ -34,6 +35,19 @@ struct Datagram
 // Receives one datagram without blocking. A datagram cut short keeps its
 // source but reports destination 0, as its ancillary data is not trusted.
 Datagram readWithAddresses(int fd, int bufferSize);
+
+// One of this host's IPv4 networks: its address there and the netmask, both
+// in network order.
+struct InterfaceNetwork
+{
+    uint32_t address = 0;
+    uint32_t netmask = 0;
+};
+
+// Every IPv4 address of an interface that is up, broadcast-capable or
+// running, is not loopback and has a netmask. Empty (and logged) when the
+// system will not list its interfaces.
+std::vector<InterfaceNetwork> interfaceNetworks();
 
 // The broadcast discovery socket: IPv4 UDP, broadcasts allowed, destination
 // and interface reported, non-blocking, bound to any address and a port the

@@ -121,6 +121,15 @@ struct PrinterDiscoveryEngine::Core
         }
     }
 
+    // A switch changed on the engine's thread: the method follows at once
+    // when the loop runs, else at the next start.
+    void setSwitch(bool Core::*flag, DiscoveryMethod& method, bool on)
+    {
+        this->*flag = on;
+        if (looping)
+            apply(method, DiscoveryClock::now());
+    }
+
     void startAll(DiscoveryClock::time_point now)
     {
         if (const Status opened = transport.open(); !opened)
@@ -379,42 +388,28 @@ void PrinterDiscoveryEngine::setBroadcastDiscoveryEnabled(bool on)
 {
     m_useBroadcastDiscovery = on;
     post([on](Core& c) {
-        c.useBroadcast = on;
         c.identification.setLearnNetworks(on);
         c.bonjour.setLearnNetworks(on);
-        if (c.looping)
-            c.apply(c.broadcast, DiscoveryClock::now());
+        c.setSwitch(&Core::useBroadcast, c.broadcast, on);
     });
 }
 
 void PrinterDiscoveryEngine::setBonjourEnabled(bool on)
 {
     m_useBonjour = on;
-    post([on](Core& c) {
-        c.useBonjour = on;
-        if (c.looping)
-            c.apply(c.bonjour, DiscoveryClock::now());
-    });
+    post([on](Core& c) { c.setSwitch(&Core::useBonjour, c.bonjour, on); });
 }
 
 void PrinterDiscoveryEngine::setWalkupEnabled(bool on)
 {
     m_useWalkup = on;
-    post([on](Core& c) {
-        c.useWalkup = on;
-        if (c.looping)
-            c.apply(c.walkup, DiscoveryClock::now());
-    });
+    post([on](Core& c) { c.setSwitch(&Core::useWalkup, c.walkup, on); });
 }
 
 void PrinterDiscoveryEngine::setUsbDiscoveryEnabled(bool on)
 {
     m_useUsbDiscovery = on;
-    post([on](Core& c) {
-        c.useUsb = on;
-        if (c.looping)
-            c.apply(c.usb, DiscoveryClock::now());
-    });
+    post([on](Core& c) { c.setSwitch(&Core::useUsb, c.usb, on); });
 }
 
 // --- start and stop ---------------------------------------------------------

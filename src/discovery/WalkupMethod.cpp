@@ -8,8 +8,6 @@
 #include "foundation/Settings.h"
 
 #include <fcntl.h>
-#include <ifaddrs.h>
-#include <net/if.h>
 #include <netinet/in.h>
 #include <pwd.h>
 #include <sys/socket.h>
@@ -35,33 +33,6 @@ QString defaultWalkupUserName()
         QString::fromLocal8Bit(found->pw_gecos ? found->pw_gecos : "").section(u',', 0, 0).trimmed();
     return fullName.isEmpty() ? QString::fromLocal8Bit(found->pw_name) : fullName;
 }
-
-namespace {
-
-// The host's IPv4 networks, as the walkup rules check printers against them.
-std::vector<WalkupExchange::ConnectedNetwork> connectedNetworks()
-{
-    std::vector<WalkupExchange::ConnectedNetwork> networks;
-    ifaddrs* list = nullptr;
-    if (::getifaddrs(&list) != 0) {
-        logSystemError(errno);
-        return networks;
-    }
-    for (const ifaddrs* i = list; i; i = i->ifa_next) {
-        if (!(i->ifa_flags & IFF_UP) || (i->ifa_flags & IFF_LOOPBACK) || !i->ifa_addr ||
-            i->ifa_addr->sa_family != AF_INET || !i->ifa_netmask)
-            continue;
-        sockaddr_in address{};
-        sockaddr_in mask{};
-        std::memcpy(&address, i->ifa_addr, sizeof address);
-        std::memcpy(&mask, i->ifa_netmask, sizeof mask);
-        networks.push_back({address.sin_addr.s_addr, mask.sin_addr.s_addr});
-    }
-    ::freeifaddrs(list);
-    return networks;
-}
-
-} // namespace
 
 WalkupMethod::~WalkupMethod()
 {
@@ -91,7 +62,10 @@ Status WalkupMethod::start(DiscoveryClock::time_point)
     }
     m_socket = fd;
     m_exchange.setVendorWord(vendor());
-    m_exchange.setConnectedNetworks(connectedNetworks());
+    std::vector<WalkupExchange::ConnectedNetwork> networks;
+    for (const InterfaceNetwork& n : interfaceNetworks())
+        networks.push_back({n.address, n.netmask});
+    m_exchange.setConnectedNetworks(std::move(networks));
     return Status::ok();
 }
 
