@@ -500,15 +500,16 @@ PrinterDiscoveryEngine::Statistics PrinterDiscoveryEngine::statistics() const
 void PrinterDiscoveryEngine::deliverEvents()
 {
     std::vector<DiscoveryEvent> batch;
+    bool more = false;
     {
         std::lock_guard lock(m_core->mutex);
         const std::size_t n = std::min(kEventsPerDelivery, m_core->events.size());
         batch.assign(std::make_move_iterator(m_core->events.begin()),
                      std::make_move_iterator(m_core->events.begin() + static_cast<std::ptrdiff_t>(n)));
         m_core->events.erase(m_core->events.begin(), m_core->events.begin() + static_cast<std::ptrdiff_t>(n));
-        m_core->deliveryPosted = !m_core->events.empty();
+        more = m_core->deliveryPosted = !m_core->events.empty();
     }
-    if (m_core->deliveryPosted && m_core->postDelivery)
+    if (more && m_core->postDelivery)
         m_core->postDelivery(); // the rest after whatever else the window has to do
     const QPointer<PrinterDiscoveryEngine> self(this);
     for (const DiscoveryEvent& e : batch) {
