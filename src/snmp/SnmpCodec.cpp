@@ -84,6 +84,11 @@ std::optional<std::vector<oid>> parseOid(QStringView text)
         }
         parsed.push_back(static_cast<oid>(value));
     }
+    // BER writes the first two sub-identifiers as one byte (40 * first +
+    // second): an OID shorter than two, or whose first two do not fit that
+    // rule, would be read back as another OID, and is refused.
+    if (parsed.size() < 2 || parsed[0] > 2 || (parsed[0] < 2 && parsed[1] >= 40))
+        return std::nullopt;
     return parsed;
 }
 

@@ -109,8 +109,11 @@ TEST(SnmpCodec, GetRequestCarriesItsIdAndOidsWithNullValues)
                          var(".1.3.6.1.4.1.4294967295", ValueType::Null, QVariant())};
     EXPECT_EQ(decodeMessage(datagram), expected);
 
-    // Text that is not a plain number list is never sent, nor guessed at.
-    for (const char* bad : {"", ".", "1..3", ".1.3.x", "sysName.0", ".1.3.6.1.4294967296", "1.3 "})
+    // Text that is not a plain number list is never sent, nor guessed at;
+    // nor is an OID BER would read back as another (the first two
+    // sub-identifiers travel as one byte, 40 * first + second).
+    for (const char* bad : {"", ".", "1..3", ".1.3.x", "sysName.0", ".1.3.6.1.4294967296", "1.3 ", ".1", ".0",
+                            ".1.40.1", ".3.1"})
         EXPECT_TRUE(encodeGetRequest({QStringLiteral("public"), 1, {QString::fromLatin1(bad)}}).isEmpty())
             << bad;
 }
