@@ -2,10 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/if_ether.h>
+#include <linux/if_packet.h>
+#include <net/if_arp.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,6 +31,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr auto kSampleInterval = std::chrono::milliseconds(10);
+// Descriptors are counted every other sample: a sampler with tens of
+// thousands of descriptors to count would otherwise stretch the memory samples.
+constexpr int kSamplesPerFdCount = 2;
+constexpr uint16_t kSnmpPort = 161;
 
 double secondsSince(Clock::time_point start, Clock::time_point t = Clock::now())
 {
@@ -150,6 +160,58 @@ double cpuBusySeconds(int cpu)
     return 0;
 }
 
+// A packet socket seeing every frame of the namespace, whose filter keeps only
+// the outgoing IPv4 UDP datagrams (first fragments) to `port` on interfaces
+// other than loopback. It is never read: PACKET_STATISTICS counts what the
+// filter kept, queued or dropped for want of room. -1 when it cannot open.
+int openPortCounter(uint16_t port)
+{
+    constexpr uint8_t kDrop = 14; // the index of the last instruction, from the first
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_HATYPE)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ARPHRD_LOOPBACK, kDrop - 2, 0),
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<uint32_t>(SKF_AD_OFF + SKF_AD_PKTTYPE)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_OUTGOING, 0, kDrop - 4),
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 12), // the EtherType
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ETH_P_IP, 0, kDrop - 6),
+        BPF_STMT(BPF_LD | BPF_B | BPF_ABS, 14 + 9), // the IP protocol
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, IPPROTO_UDP, 0, kDrop - 8),
+        BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 14 + 6), // a later fragment has no UDP header
+        BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, 0x1fff, kDrop - 10, 0),
+        BPF_STMT(BPF_LDX | BPF_B | BPF_MSH, 14),    // the IP header's length
+        BPF_STMT(BPF_LD | BPF_H | BPF_IND, 14 + 2), // the UDP destination port
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, port, 0, kDrop - 13),
+        BPF_STMT(BPF_RET | BPF_K, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    static_assert(sizeof code / sizeof code[0] == kDrop + 1);
+    // Created for no protocol, so nothing is counted before the filter is on.
+    const int s = ::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    if (s < 0)
+        return -1;
+    const sock_fprog program{static_cast<unsigned short>(sizeof code / sizeof code[0]), code};
+    sockaddr_ll all{};
+    all.sll_family = AF_PACKET;
+    all.sll_protocol = htons(ETH_P_ALL);
+    if (::setsockopt(s, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program) != 0 ||
+        ::bind(s, reinterpret_cast<const sockaddr*>(&all), sizeof all) != 0) {
+        ::close(s);
+        return -1;
+    }
+    return s;
+}
+
+// What the counter kept since the last call (the kernel resets its figures
+// on each read); a dropped frame counts as kept.
+long long countedPackets(int counter)
+{
+    tpacket_stats stats{};
+    socklen_t length = sizeof stats;
+    if (counter < 0 || ::getsockopt(counter, SOL_PACKET, PACKET_STATISTICS, &stats, &length) != 0)
+        return -1;
+    return stats.tp_packets;
+}
+
 std::string inodeOf(const char* path)
 {
     struct stat s
@@ -249,6 +311,10 @@ int runMeasured(const RunOptions& options)
     if (options.cpu >= 0)
         CPU_SET(options.cpu, &cpus);
 
+    const int snmpCounter = openPortCounter(kSnmpPort);
+    if (snmpCounter < 0)
+        std::fprintf(stderr, "talvo-bench run: no SNMP packet counter: %s\n", std::strerror(errno));
+    countedPackets(snmpCounter);
     const auto udpBefore = udpCounters();
     const double loadAverage = std::atof(readFile("/proc/loadavg").c_str());
     const double cpuBusyBefore = options.cpu >= 0 ? cpuBusySeconds(options.cpu) : 0;
@@ -314,7 +380,7 @@ int runMeasured(const RunOptions& options)
         if (now >= nextSample) {
             nextSample = now + kSampleInterval;
             peak = std::max(peak, peakKib(pid));
-            if (sample++ % 5 == 0)
+            if (sample++ % kSamplesPerFdCount == 0)
                 peakFds = std::max(peakFds, descriptorCount(pid));
             const double t = secondsSince(start, now);
             if (options.idleFrom >= 0 && idleStartNs < 0 && t >= options.idleFrom)
@@ -337,6 +403,9 @@ int runMeasured(const RunOptions& options)
     const double cpuBusyAfter = options.cpu >= 0 ? cpuBusySeconds(options.cpu) : 0;
     ::close(out[0]);
     const auto udpAfter = udpCounters();
+    const long long snmpPackets = countedPackets(snmpCounter);
+    if (snmpCounter >= 0)
+        ::close(snmpCounter);
 
     // Which printers the lines name, in order of arrival.
     std::map<std::string, int> seen;
@@ -345,6 +414,7 @@ int runMeasured(const RunOptions& options)
     int unexpected = 0;
     double first = -1;
     double last = -1;
+    double lastExpected = -1; // when the last expected printer was first named
     for (const Line& line : lines) {
         const auto address = addressFromLine(options.parse, line.text);
         if (!address)
@@ -355,6 +425,8 @@ int runMeasured(const RunOptions& options)
         last = line.at;
         if (++seen[*address] > 1)
             ++duplicates;
+        else if (expected.contains(*address))
+            lastExpected = line.at;
         if (!expected.empty() && !expected.contains(*address))
             ++unexpected;
     }
@@ -395,7 +467,11 @@ int runMeasured(const RunOptions& options)
     json += ",\"missing_first\":[" + missingList + "]";
     json += ",\"first_s\":" + (first < 0 ? std::string("null") : number(first, 4));
     json += ",\"last_s\":" + (last < 0 ? std::string("null") : number(last, 4));
+    json += ",\"last_expected_s\":" + (lastExpected < 0 ? std::string("null") : number(lastExpected, 4));
     json += ",\"exit_s\":" + number(exitAt, 4);
+    if (options.deadline >= 0)
+        json += ",\"deadline_s\":" + number(options.deadline, 3) +
+                ",\"late_s\":" + number(exitAt - options.deadline, 4);
     json += ",\"cpu_s\":" + number(user + system, 4);
     json += ",\"user_s\":" + number(user, 4);
     json += ",\"sys_s\":" + number(system, 4);
@@ -412,7 +488,10 @@ int runMeasured(const RunOptions& options)
                 ",\"idle_after_last\":" + (last >= 0 && last < options.idleFrom ? "true" : "false");
     json += ",\"exit_status\":" +
             std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+    json += ",\"signal\":" + std::to_string(WIFSIGNALED(status) ? WTERMSIG(status) : 0);
     json += std::string(",\"timed_out\":") + (killed ? "true" : "false");
+    json += ",\"snmp_packets\":" + (snmpPackets < 0 ? std::string("null") : std::to_string(snmpPackets));
+    json += ",\"udp_out_datagrams\":" + std::to_string(udpDelta("OutDatagrams"));
     json += ",\"udp_in_datagrams\":" + std::to_string(udpDelta("InDatagrams"));
     json += ",\"udp_rcvbuf_errors\":" + std::to_string(udpDelta("RcvbufErrors"));
     json += ",\"udp_no_ports\":" + std::to_string(udpDelta("NoPorts"));

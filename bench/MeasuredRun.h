@@ -5,8 +5,13 @@
 // line of its standard output timestamped as it arrives, which printer each
 // line names, the program's own CPU time (wait4 of that exact process), its
 // peak memory (VmHWM sampled from /proc while it runs: wait4's maxrss would
-// include the process that forked it), and the CPU it used in a window of
-// its run. The result is one JSON object on standard output.
+// include the process that forked it), the most descriptors it held (its
+// /proc fd folder counted every 20 ms), the CPU it used in a window of its
+// run, and the SNMP datagrams that left the namespace meanwhile (frames to
+// UDP port 161 handed to any of its interfaces but loopback, counted by a
+// packet socket's filter in the kernel: the datagrams that really went out,
+// whichever process of the namespace sent them). The result is one JSON
+// object on standard output.
 //
 //     talvo::bench::RunOptions options;
 //     options.netns = "talvo-bench-123-client";   // refused when it is missing
@@ -39,6 +44,7 @@ struct RunOptions
     std::string expectFile; // expected addresses, one a line
     double idleFrom = -1;   // CPU used between these two times
     double idleTo = -1;     // (seconds after the start); -1: none
+    double deadline = -1;   // the run time the program was asked for; -1: none
     std::string linesFile;  // each line with its arrival time
     std::string stderrFile; // the program's standard error
     double timeout = 300;   // SIGKILL after this many seconds
