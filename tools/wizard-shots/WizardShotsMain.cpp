@@ -221,8 +221,12 @@ int main(int argc, char** argv)
     const QCommandLineOption create(u"create"_s, u"The discovered printer to create the queue for."_s,
                                     u"ADDR"_s);
     const QCommandLineOption verbose({u"v"_s, u"verbose"_s}, u"Log what the setup does on standard error."_s);
+    const QCommandLineOption stall(u"stall-seconds"_s,
+                                   u"No pictures: for S seconds in the pane, switch modes every second and "
+                                   "print the longest time the window went without handling an event."_s,
+                                   u"S"_s);
     parser.addOptions(
-        {resources, usbBackend, outFolder, rows, supported, unsupported, noDevice, create, verbose});
+        {resources, usbBackend, outFolder, rows, supported, unsupported, noDevice, create, verbose, stall});
     parser.process(app);
 
     if (parser.isSet(resources))
@@ -251,6 +255,32 @@ int main(int argc, char** argv)
     const auto modeButton = [&](const char* name) {
         return pane->findChild<QAbstractButton*>(QLatin1StringView(name));
     };
+
+    if (parser.isSet(stall)) {
+        // How responsive the window stays (say while the network is flooded):
+        // a 5 ms timer notes the longest gap between its ticks while a user
+        // switches between walkup and the discovered list once a second.
+        wizard.show();
+        wizard.next();
+        QElapsedTimer sinceTick;
+        qint64 longest = 0;
+        QTimer ticker;
+        QObject::connect(&ticker, &QTimer::timeout,
+                         [&] { longest = std::max(longest, sinceTick.restart()); });
+        int switches = 0;
+        QTimer user;
+        QObject::connect(&user, &QTimer::timeout,
+                         [&] { modeButton(++switches % 2 ? "walkupButton" : "discoverButton")->click(); });
+        QTimer::singleShot(static_cast<int>(parser.value(stall).toDouble() * 1000), [&] {
+            out() << "stall " << longest << " ms, " << switches << " mode switches, "
+                  << pane->printerList()->rowCount() << " printers listed" << Qt::endl;
+            QApplication::exit(0);
+        });
+        sinceTick.start();
+        ticker.start(5);
+        user.start(1000);
+        return QApplication::exec();
+    }
 
     std::vector<Step> steps;
     steps.push_back(
