@@ -30,6 +30,10 @@ constexpr uint16_t kRawPrintPort = 9100;
 constexpr auto kPort9100Timeout = std::chrono::seconds(5);
 // ping's own deadline is 4 s; this only guards against a ping that hangs.
 constexpr auto kPingGuard = std::chrono::seconds(8);
+// A printer that answers SNMPv1 does so within milliseconds; only one that
+// has not by then is asked with the SNMPv3 credentials, so a v1 printer never
+// receives them (some agents raise an alarm at unknown users).
+constexpr auto kSnmpV3Grace = std::chrono::milliseconds(250);
 
 const QString kSysDescrOid = QStringLiteral(".1.3.6.1.2.1.1.1.0");
 const QString kSysObjectIdOid = QStringLiteral(".1.3.6.1.2.1.1.2.0");
@@ -307,6 +311,16 @@ int findSnmpVersion(const QString& host, const QString& community, std::stop_tok
         std::vector<std::jthread> askers;
         for (std::size_t i = 0; i < candidates.size(); ++i) {
             askers.emplace_back([&, i] {
+                if (candidates[i] != kVersion1) {
+                    std::unique_lock lock(mutex);
+                    changed.wait_for(lock, rest.token(), kSnmpV3Grace,
+                                     [&] { return states[0] != State::Asking; });
+                    if (states[0] == State::Answered || rest.token().stop_requested()) {
+                        states[i] = State::Silent;
+                        changed.notify_all();
+                        return;
+                    }
+                }
                 int version = candidates[i];
                 const auto answer = doSNMPQueryOn(host, community, QLatin1StringView(kProbeOid), version,
                                                   withStop(rest.token()));

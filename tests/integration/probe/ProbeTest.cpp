@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 
 #include <future>
+#include <thread>
 
 namespace talvo {
 namespace {
@@ -127,6 +128,7 @@ TEST_F(ProbeTest, OutcomesAgainstRealPeers)
     const std::size_t count = std::size(cases);
 
     test::LogCapture log;
+    const int v1PrinterRequests = s_net->agents[0]->requestCount();
     std::vector<std::unique_ptr<PrinterProbe>> probes;
     std::vector<std::promise<std::pair<ProbeOutcome, double>>> outcomes(count);
     {
@@ -162,6 +164,10 @@ TEST_F(ProbeTest, OutcomesAgainstRealPeers)
                                    {u"dnsName"_s, u"office-printer"_s},
                                    {u"printerLocation"_s, u"Room 4"_s}}));
     }
+    // The printer that answers SNMPv1 was asked six GETs (the version probe,
+    // sysObjectID and four more), none with SNMPv3 credentials.
+    std::this_thread::sleep_for(300ms); // the agent's log lines are written as it goes
+    EXPECT_EQ(s_net->agents[0]->requestCount() - v1PrinterRequests, 6);
     for (const QString& line :
          {u"printerSysObjId 1.3.6.1.4.1.58101.1.4000 successfully found for model Model 4000"_s,
           u"Printer model not found by sysID OID, decomposed sysDescr = Acme Laser 9"_s,
