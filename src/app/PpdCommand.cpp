@@ -3,6 +3,7 @@
 
 #include "app/CliSupport.h"
 #include "foundation/DictionaryKeys.h"
+#include "foundation/FileAccess.h"
 #include "queue/PpdInstantiation.h"
 #include "queue/PpdLookup.h"
 
@@ -10,9 +11,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocale>
-#include <QSaveFile>
 
-#include <cstdio>
+#include <unistd.h>
 
 namespace talvo::cli {
 
@@ -58,20 +58,20 @@ int runPpd(const Context& context)
     }
     const QByteArray bytes = instantiated.readAll();
 
-    // The bytes as they are: the PPD keeps its own encoding.
+    // The bytes as they are: the PPD keeps its own encoding. Success is
+    // reported only once they are on disk; a full disk, a device or a pipe
+    // given as the output is an error, and an existing file is left whole.
     const QString output = parser.value(QStringLiteral("output"));
     if (output.isEmpty() || output == u'-') {
-        QFile standardOutput;
-        if (!standardOutput.open(stdout, QIODevice::WriteOnly) ||
-            standardOutput.write(bytes) != bytes.size() || !standardOutput.flush()) {
-            err() << "talvo-printers: cannot write the PPD to standard output" << Qt::endl;
+        const Status written = file::writeAll(STDOUT_FILENO, bytes, QStringLiteral("standard output"));
+        if (!written) {
+            err() << "talvo-printers: " << written.message() << Qt::endl;
             return kFailed;
         }
         return kOk;
     }
-    QSaveFile file(output);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
-        err() << "talvo-printers: cannot write " << output << ": " << file.errorString() << Qt::endl;
+    if (const Status written = file::writeAtomically(output, bytes); !written) {
+        err() << "talvo-printers: " << written.message() << Qt::endl;
         return kFailed;
     }
     if (context.json)

@@ -584,13 +584,17 @@ void PrinterDiscoveryEngine::setWriteCommunity(const QString& community)
         m_userSettingsHaveChanged = true;
 }
 
-void PrinterDiscoveryEngine::saveUserPreferences()
+Status PrinterDiscoveryEngine::saveUserPreferences()
 {
     if (!m_userSettingsHaveChanged)
-        return;
+        return Status::ok();
+    // The change stays pending until the file holds it: after a failed write
+    // the next save, with or without a further change, writes it again.
     const QVariantMap prefs{{snmpCommunityGetKey, m_readCommunity}, {snmpCommunitySetKey, m_writeCommunity}};
-    m_userSettingsHaveChanged = false;
-    writeOverrideSettingsDict(prefs);
+    Status written = writeOverrideSettingsDict(prefs);
+    if (written)
+        m_userSettingsHaveChanged = false;
+    return written;
 }
 
 } // namespace talvo

@@ -92,12 +92,14 @@ public:
 
     // The SNMP communities. Setting a value equal to the current one, or one
     // that was never set, changes nothing; saveUserPreferences writes both to the
-    // user preferences when one has changed.
+    // user preferences when one has changed. A failed write is returned (the
+    // error names the file and the reason) and the change stays pending, so
+    // the next call writes it; with nothing pending it writes nothing.
     QString readCommunity() const { return m_readCommunity; }
     QString writeCommunity() const { return m_writeCommunity; }
     void setReadCommunity(const QString& community);
     void setWriteCommunity(const QString& community);
-    void saveUserPreferences();
+    Status saveUserPreferences();
 
     // The OID maps of the identification and known-network queries.
     static const OidMap& printerQueryOids();

@@ -122,28 +122,38 @@ std::optional<QString> filePathForUserPrefs()
 
 std::optional<QVariantMap> getSettingsDict(const QString& settingsFile)
 {
-    const auto loaded = plist::readFile(settingsFile);
-    if (!loaded || loaded->typeId() != QMetaType::QVariantMap) {
-        qCWarning(lcFoundation).noquote() << "Cannot read the settings file" << settingsFile;
+    const plist::Loaded loaded = plist::loadFile(settingsFile);
+    if (loaded.outcome != plist::LoadOutcome::Loaded || loaded.value.typeId() != QMetaType::QVariantMap) {
+        qCWarning(lcFoundation).noquote()
+            << (loaded.error.isEmpty()
+                    ? QStringLiteral("The settings file %1 is not a dictionary").arg(settingsFile)
+                    : loaded.error);
         return std::nullopt;
     }
-    QVariantMap settings = loaded->toMap();
+    QVariantMap settings = loaded.value.toMap();
 
     // The vendor word comes from the file being read, not from the process-wide
     // string that is set only after this load: so the preferences read here are
     // the ones saveUserPreferences writes.
     const auto prefsPath = filePathForUserPrefs(settings.value(kVendorKey).toString());
-    if (!prefsPath || !QFileInfo::exists(*prefsPath))
+    if (!prefsPath)
         return settings;
-    const auto prefs = plist::readFile(*prefsPath);
-    if (!prefs || prefs->typeId() != QMetaType::QVariantMap) {
+    // Whatever is wrong with the user's file (a pipe, a device, a damaged or
+    // hostile file), the shipped settings still work: they are used alone.
+    const plist::Loaded prefs = plist::loadFile(*prefsPath);
+    if (prefs.outcome == plist::LoadOutcome::Missing)
+        return settings;
+    if (prefs.outcome != plist::LoadOutcome::Loaded || prefs.value.typeId() != QMetaType::QVariantMap) {
         qCWarning(lcFoundation).noquote()
-            << "The preferences file" << *prefsPath << "is not a valid dictionary; it is ignored";
+            << (prefs.error.isEmpty()
+                    ? QStringLiteral("The preferences file %1 is not a dictionary").arg(*prefsPath)
+                    : prefs.error)
+            << "- the preferences are ignored and the shipped settings used";
         return settings;
     }
 
     QVariantMap discovery = settings.value(kDiscoverySettingsKey).toMap();
-    const QVariantMap overrides = prefs->toMap();
+    const QVariantMap overrides = prefs.value.toMap();
     for (auto it = overrides.cbegin(); it != overrides.cend(); ++it)
         discovery.insert(it.key(), it.value());
     settings.insert(kDiscoverySettingsKey, discovery);
@@ -155,47 +165,53 @@ std::optional<QVariantMap> getSettingsDict()
     return getSettingsDict(QDir(pathForPluginResources()).filePath(QLatin1StringView(kSettingsFileName)));
 }
 
-bool writeOverrideSettingsDict(const QVariantMap& entries)
+Status writeOverrideSettingsDict(const QVariantMap& entries)
 {
     const auto path = filePathForUserPrefs();
     if (!path)
-        return false;
+        return Status::error(QStringLiteral(
+            "The preferences cannot be saved: there is no configuration folder or no vendor name"));
 
     QVariantMap prefs;
-    QFile file(*path);
-    if (file.exists()) {
-        if (!file.open(QIODevice::ReadOnly)) {
-            // We cannot know what the file holds, so we must not replace it.
-            qCWarning(lcFoundation).noquote()
-                << "Cannot read the preferences file" << *path << ":" << file.errorString();
-            return false;
+    const plist::Loaded existing = plist::loadFile(*path);
+    switch (existing.outcome) {
+    case plist::LoadOutcome::Missing:
+        break;
+    case plist::LoadOutcome::NotAFile:
+    case plist::LoadOutcome::Unreadable:
+        // We cannot know what the file holds, or it is no file of ours (a
+        // device, a pipe): it must not be replaced.
+        qCWarning(lcFoundation).noquote() << existing.error;
+        return Status::error(existing.error + QStringLiteral("; it is left as it is"));
+    case plist::LoadOutcome::Loaded:
+        if (existing.value.typeId() == QMetaType::QVariantMap) {
+            prefs = existing.value.toMap();
+            break;
         }
-        const auto existing = plist::parse(file.readAll());
-        file.close();
-        if (existing && existing->typeId() == QMetaType::QVariantMap) {
-            prefs = existing->toMap();
-        } else {
-            // A time stamp in the name keeps every earlier invalid file too.
-            const QString kept =
-                *path + QStringLiteral(".invalid-") +
-                QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
-            if (!QFile::rename(*path, kept)) {
-                qCWarning(lcFoundation).noquote()
-                    << "The preferences file" << *path
-                    << "is not a valid dictionary and cannot be kept aside; it is left as it is";
-                return false;
-            }
-            qCWarning(lcFoundation).noquote()
-                << "The preferences file" << *path << "was not a valid dictionary; kept as" << kept;
+        [[fallthrough]];
+    case plist::LoadOutcome::Invalid: {
+        // A time stamp in the name keeps every earlier invalid file too.
+        const QString kept = *path + QStringLiteral(".invalid-") +
+                             QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmss-zzz"));
+        if (!QFile::rename(*path, kept)) {
+            const QString message = QStringLiteral("The preferences file %1 is not a valid dictionary and "
+                                                   "cannot be kept aside; it is left as it is")
+                                        .arg(*path);
+            qCWarning(lcFoundation).noquote() << message;
+            return Status::error(message);
         }
+        qCWarning(lcFoundation).noquote()
+            << "The preferences file" << *path << "was not a valid dictionary; kept as" << kept;
+        break;
+    }
     }
     for (auto it = entries.cbegin(); it != entries.cend(); ++it)
         prefs.insert(it.key(), it.value());
 
-    const Status written = plist::writeXmlFile(*path, prefs);
+    Status written = plist::writeXmlFile(*path, prefs);
     if (!written)
         qCWarning(lcFoundation).noquote() << "Cannot write the preferences:" << written.message();
-    return written.isOk();
+    return written;
 }
 
 std::optional<QString> getVersionInfoString(const QString& resourcesFolder)

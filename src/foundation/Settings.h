@@ -6,7 +6,9 @@
 //
 //     auto settings = talvo::getSettingsDict();      // merged, or nullopt
 //     talvo::setVendor(settings->value(talvo::kVendorKey).toString());
-//     talvo::writeOverrideSettingsDict({{talvo::snmpCommunityGetKey, u"secret"_s}});
+//     talvo::Status saved = talvo::writeOverrideSettingsDict({{talvo::snmpCommunityGetKey, u"secret"_s}});
+
+#include "foundation/Status.h"
 
 #include <QString>
 #include <QVariantMap>
@@ -47,15 +49,20 @@ std::optional<QString> filePathForUserPrefs(const QString& vendorWord);
 // The settings file read, merged with the user preferences of the vendor the
 // file names, so the preferences saved later are the ones read back. nullopt
 // when the settings file is missing or is not a dictionary. A user file that
-// is missing, unreadable or not a dictionary leaves the settings unmerged.
+// is missing, unreadable, not a dictionary, or not a regular file at all (a
+// pipe, a link to a device), too large or nested too deep, leaves the
+// settings unmerged, with a warning in the log; neither file is ever waited
+// on (see plist::loadFile).
 std::optional<QVariantMap> getSettingsDict(const QString& settingsFile);
 std::optional<QVariantMap> getSettingsDict(); // from pathForPluginResources()
 
 // Adds the entries to the user preference file (given entries win) and writes
 // it atomically. A file that exists but is not a valid dictionary is kept
-// aside as "<name>.invalid-<time>" before a new one is written, so nothing it held is
-// lost. False when nothing could be written.
-bool writeOverrideSettingsDict(const QVariantMap& entries);
+// aside as "<name>.invalid-<time>" before a new one is written, so nothing it
+// held is lost; one that cannot be read, or is not a regular file, is left
+// alone and nothing is written. The error names the file and the reason; on
+// failure the old file is as it was.
+Status writeOverrideSettingsDict(const QVariantMap& entries);
 
 // "<CFBundleShortVersionString> (<CFBundleVersion>)" from the resources
 // folder's Info.plist, a missing value shown as "(null)"; nullopt without the

@@ -6,6 +6,8 @@
 
 #include "ui_SnmpStringsSheet.h"
 
+#include <QMessageBox>
+
 namespace talvo {
 
 SnmpStringsSheet::SnmpStringsSheet(PrinterDiscoveryEngine* engine, QWidget* parent)
@@ -71,9 +73,27 @@ void SnmpStringsSheet::snmpStringsSheetDidEnd()
     if (m_snmpSheetDlgResult) {
         m_engine->setReadCommunity(m_ui->snmpGetTextField->text());
         m_engine->setWriteCommunity(m_ui->snmpSetTextField->text());
-        m_engine->saveUserPreferences();
+        if (const Status saved = m_engine->saveUserPreferences(); !saved)
+            showSaveFailure(saved.message());
     }
     qCInfo(lcPane, "snmpStringsSheetDidEnd");
+}
+
+void SnmpStringsSheet::showSaveFailure(const QString& message)
+{
+    // The strings are in use for this session either way; the alert says they
+    // will not be there next time, and why. The engine keeps them pending, so
+    // the next OK tries the file again. Over the pane, as the sheet has closed.
+    auto* alert = new QMessageBox(parentWidget());
+    alert->setObjectName(QStringLiteral("preferencesNotSavedAlert"));
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->setWindowModality(Qt::WindowModal);
+    alert->setIcon(QMessageBox::Warning);
+    alert->setWindowTitle(localizedStringForKey("Preferences Not Saved"));
+    alert->setTextFormat(Qt::PlainText);
+    alert->setText(message);
+    alert->setStandardButtons(QMessageBox::Ok);
+    alert->open();
 }
 
 void SnmpStringsSheet::controlTextDidChange(QLineEdit* field)

@@ -4,7 +4,8 @@
 // write ("set") communities of the discovery engine. One sheet serves every
 // opening; its fields are refilled from the engine each time, so a cancelled
 // edit is discarded. Accepted values go to the engine, which saves them in
-// the user preferences when they changed.
+// the user preferences when they changed; a failed save is shown in an alert
+// naming the file and the reason. GUI thread only.
 //
 //     m_snmpSheet = new talvo::SnmpStringsSheet(engine, this);
 //     connect(snmpButton, &QPushButton::clicked, m_snmpSheet,
@@ -50,6 +51,9 @@ public Q_SLOTS:
 private:
     void closeSnmpStringsSheet(QPushButton* sender);
     void snmpStringsSheetDidEnd();
+    // A window-modal alert over the pane with the reason the preferences
+    // could not be written (it names the file).
+    void showSaveFailure(const QString& message);
     void controlTextDidChange(QLineEdit* field);
 
     std::unique_ptr<Ui::SnmpStringsSheet> m_ui;

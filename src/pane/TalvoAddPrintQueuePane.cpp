@@ -333,8 +333,15 @@ QString TalvoAddPrintQueuePane::getSaveFilePath() const
 
 void TalvoAddPrintQueuePane::writeDiscoveredListToFile()
 {
-    if (!writeDiscoveredList(getSaveFilePath(), m_listModel->printers()))
-        qCWarning(lcPane).noquote() << "could not write the printer list to" << getSaveFilePath();
+    const Status saved = writeDiscoveredList(getSaveFilePath(), m_listModel->printers());
+    if (saved)
+        return;
+    // The message names the file and the reason; the user may free space or
+    // fix the folder and press Save List again.
+    QMessageBox* alert = makeSheet(u"saveListFailedAlert"_s, tx("Save List Failed"), saved.message());
+    alert->setIcon(QMessageBox::Warning);
+    alert->setStandardButtons(QMessageBox::Ok);
+    alert->open();
 }
 
 void TalvoAddPrintQueuePane::loadDiscoveredListFromFile()

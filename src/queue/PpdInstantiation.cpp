@@ -1,5 +1,6 @@
 #include "queue/PpdInstantiation.h"
 
+#include "foundation/FileAccess.h"
 #include "foundation/SystemCommand.h"
 #include "queue/PpdEncoding.h"
 #include "queue/QueueLog.h"
@@ -7,7 +8,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 #include <QTemporaryFile>
 
 namespace talvo {
@@ -23,7 +23,8 @@ QString stoppedText()
 
 // A new file of the bytes in the temporary folder, its name reserved first
 // and its contents written through a file renamed over it, so it is never
-// seen half written.
+// seen half written. A full folder fails here, with the file and the reason:
+// an empty or cut PPD is never handed on.
 InstantiatedPPD writeTemporaryFile(const QString& prefix, const QByteArray& bytes)
 {
     QTemporaryFile reserved(QDir::tempPath() + u'/' + prefix + QStringLiteral("XXXXXX"));
@@ -31,13 +32,11 @@ InstantiatedPPD writeTemporaryFile(const QString& prefix, const QByteArray& byte
     if (!reserved.open())
         return InstantiatedPPD::failure(
             QStringLiteral("Cannot create a file in %1: %2").arg(QDir::tempPath(), reserved.errorString()));
-    InstantiatedPPD file(reserved.fileName()); // removes it again if the write fails
+    InstantiatedPPD ppd(reserved.fileName()); // removes it again if the write fails
     reserved.close();
-    QSaveFile out(file.path);
-    if (!out.open(QIODevice::WriteOnly) || out.write(bytes) != bytes.size() || !out.commit())
-        return InstantiatedPPD::failure(
-            QStringLiteral("Cannot write %1: %2").arg(file.path, out.errorString()));
-    return file;
+    if (const Status written = file::writeAtomically(ppd.path, bytes); !written)
+        return InstantiatedPPD::failure(written.message());
+    return ppd;
 }
 
 QString gunzipFailure(const QString& ppdPath, const ProcessResult& run)

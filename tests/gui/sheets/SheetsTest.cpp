@@ -3,6 +3,7 @@
 // preferences file.
 
 #include "LogCapture.h"
+#include "ScratchMount.h"
 #include "discovery/PrinterDiscoveryEngine.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/NetworkAddress.h"
@@ -13,8 +14,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QFile>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTemporaryDir>
@@ -161,6 +164,51 @@ TEST(SnmpStringsSheet, ClosingHandsTheStringsOnOnlyWithOk)
             EXPECT_EQ(prefs.value(snmpCommunitySetKey), c.setAfter);
         }
     }
+    setVendor(QString());
+    qunsetenv("XDG_CONFIG_HOME");
+}
+
+// The preferences folder on a read-only mount (file modes would not stop
+// root): OK shows an alert naming the file and the reason, the old file
+// stays, and the change stays pending, so the next OK - with nothing typed -
+// writes it once the folder is writable again.
+TEST(SnmpStringsSheet, FailedSaveIsShownAndWrittenByTheNextOk)
+{
+    test::ScratchMount config(64 * 1024);
+    ASSERT_TRUE(config.ready()) << config.failure().toStdString();
+    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
+    setVendor(u"talvo"_s);
+    const QString prefsFile = config.filePath(u"com.talvo.installer.plugin.prefs"_s);
+    ASSERT_TRUE(writeOverrideSettingsDict(kStrings));
+    ASSERT_TRUE(config.setReadOnly(true));
+
+    QWidget pane;
+    PrinterDiscoveryEngine engine(kStrings);
+    SnmpStringsSheet sheet(&engine, &pane);
+    const auto alert = [] {
+        for (QWidget* window : QApplication::topLevelWidgets()) {
+            if (window->objectName() == u"preferencesNotSavedAlert"_s && window->isVisible())
+                return qobject_cast<QMessageBox*>(window);
+        }
+        return static_cast<QMessageBox*>(nullptr);
+    };
+    sheet.showSNMPStringsSheet();
+    type(sheet.getTextField(), u"secret"_s);
+    sheet.okButton()->click();
+    QMessageBox* shown = alert();
+    ASSERT_TRUE(shown);
+    EXPECT_EQ(shown->text(), u"Cannot write %1: Read-only file system"_s.arg(prefsFile));
+    EXPECT_EQ(shown->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(plist::readFile(prefsFile)->toMap(), kStrings);
+    shown->accept();
+    QApplication::processEvents();
+
+    ASSERT_TRUE(config.setReadOnly(false));
+    sheet.showSNMPStringsSheet();
+    sheet.okButton()->click();
+    EXPECT_FALSE(alert());
+    EXPECT_EQ(plist::readFile(prefsFile)->toMap(),
+              (QVariantMap{{snmpCommunityGetKey, u"secret"_s}, {snmpCommunitySetKey, u"private"_s}}));
     setVendor(QString());
     qunsetenv("XDG_CONFIG_HOME");
 }

@@ -349,10 +349,10 @@ TEST(EngineSettings, UnchangedOrNeverSetCommunitiesAreNotSaved)
     setVendor(QStringLiteral("Talvo"));
     QTemporaryDir config;
     qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
-    engine.saveUserPreferences();
+    EXPECT_TRUE(engine.saveUserPreferences().isOk());
     EXPECT_TRUE(QDir(config.path()).isEmpty());
     engine.setReadCommunity(QStringLiteral("secret"));
-    engine.saveUserPreferences();
+    EXPECT_TRUE(engine.saveUserPreferences().isOk());
     EXPECT_EQ(getSettingsDict(QStringLiteral(TALVO_BUILD_RESOURCE_DIR "/PluginSettings.plist"))
                   ->value(kDiscoverySettingsKey)
                   .toMap()

@@ -2,12 +2,16 @@
 // exit codes, and the queue made in the private scheduler.
 
 #include "ProbeTestSupport.h"
+#include "ScratchMount.h"
 
 #include "foundation/PropertyList.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace talvo {
 namespace {
@@ -20,8 +24,8 @@ class QueueCommandTest : public test::QueueTestBase
 {
 protected:
     // talvo-printers ARGS... in the sandbox's client, with settings, user
-    // preferences and scheduler of this test.
-    CommandResult run(const QStringList& arguments) const
+    // preferences and scheduler of this test, and the environment entries given.
+    CommandResult run(const QStringList& arguments, const QStringList& environment = {}) const
     {
         const QString settings = folder() + u"/PluginSettings.plist"_s;
         EXPECT_TRUE(plist::writeXmlFile(settings, pluginSettings()));
@@ -29,7 +33,9 @@ protected:
             QStringList{u"ip"_s, u"netns"_s, u"exec"_s, network().sandbox.namespaceName(u"client"_s),
                         QStringLiteral(TALVO_BIN_DIR "/talvo-printers")} +
                 arguments + QStringList{u"--json"_s, u"--settings"_s, settings},
-            30s, {u"CUPS_SERVER="_s + cups().socketPath(), u"XDG_CONFIG_HOME="_s + folder()});
+            30s,
+            QStringList{u"CUPS_SERVER="_s + cups().socketPath(), u"XDG_CONFIG_HOME="_s + folder()} +
+                environment);
     }
     static QJsonObject json(const CommandResult& r)
     {
@@ -86,6 +92,58 @@ TEST_F(QueueCommandTest, ExitCodesAndOutput)
                                       {u"cupsDesc"_s, u"Model 4000"_s}}));
     EXPECT_EQ(lpstat({u"-v"_s}), u"device for office_printer: lpd://10.77.51.20\n"
                                  u"device for Talvo_Model_4000: usb://T/M\n"_s);
+}
+
+// A PPD reported as written is on disk. A full disk, a device as the output
+// or a full temporary folder is an error naming the file; the old file stays
+// whole, the device stays a device, and no queue is made from an empty PPD.
+TEST_F(QueueCommandTest, PpdIsWrittenWholeOrNotAtAll)
+{
+    test::ScratchMount scratch(256 * 1024);
+    ASSERT_TRUE(scratch.ready()) << scratch.failure().toStdString();
+    const QString output = scratch.filePath(u"office.ppd"_s);
+    const QString device = scratch.filePath(u"full"_s);
+    ASSERT_EQ(::mknod(QFile::encodeName(device).constData(), S_IFCHR | 0600, makedev(1, 7)), 0);
+    const QStringList ppd{u"ppd"_s,       u"--model"_s,     u"Model 4000"_s,
+                          u"--address"_s, u"10.77.51.20"_s, u"--output"_s};
+
+    ASSERT_EQ(run(ppd + QStringList{output}).exitCode, 0);
+    QFile written(output);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    const QByteArray whole = written.readAll();
+    written.close();
+    EXPECT_TRUE(whole.contains("*DefaultMemory: 512MB")) << whole.toStdString();
+
+    ASSERT_TRUE(scratch.fill());
+    const CommandResult full = run(ppd + QStringList{output});
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_TRUE(full.standardError.contains("Cannot write " + QFile::encodeName(output) +
+                                            ": No space left on device"))
+        << full.describe().toStdString();
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(written.readAll(), whole);
+
+    const CommandResult toDevice = run(ppd + QStringList{device});
+    EXPECT_EQ(toDevice.exitCode, 1);
+    EXPECT_TRUE(toDevice.standardError.contains("is not a regular file"))
+        << toDevice.describe().toStdString();
+    struct stat node = {};
+    ASSERT_EQ(::lstat(QFile::encodeName(device).constData(), &node), 0);
+    EXPECT_TRUE(S_ISCHR(node.st_mode));
+
+    const QStringList fullTemporaryFolder{u"TMPDIR="_s + scratch.path()};
+    for (const QStringList& arguments :
+         {QStringList{u"ppd"_s, u"--model"_s, u"Model 4000"_s, u"--address"_s, u"10.77.51.20"_s},
+          QStringList{u"add"_s, u"--address"_s, u"10.77.51.20"_s}}) {
+        const CommandResult failed = run(arguments, fullTemporaryFolder);
+        EXPECT_EQ(failed.exitCode, 1) << arguments.join(u' ').toStdString();
+        EXPECT_TRUE(failed.standardError.contains(": No space left on device"))
+            << failed.describe().toStdString();
+        EXPECT_TRUE(failed.standardOutput.isEmpty()) << failed.standardOutput.toStdString();
+    }
+    EXPECT_TRUE(lpstat({u"-v"_s}).isEmpty()) << "no queue made";
+    EXPECT_EQ(QDir(scratch.path()).entryList(QDir::Files | QDir::Hidden),
+              (QStringList{QLatin1StringView(test::ScratchMount::kFillerName), u"office.ppd"_s}));
 }
 
 } // namespace

@@ -87,20 +87,93 @@ TEST(PropertyList, NulByteInsideAStringIsReadNotFatal)
     EXPECT_TRUE(parsed->toMap().value(QStringLiteral("k")).toString().startsWith(QStringLiteral("ab")));
 }
 
-TEST(PropertyList, NestingIsBoundedBothWays)
+QByteArray xmlPlist(const QByteArray& body)
+{
+    return "<?xml version=\"1.0\"?><plist version=\"1.0\">" + body + "</plist>";
+}
+
+QByteArray nestedXml(int depth, const QByteArray& open = "<array>", const QByteArray& close = "</array>")
+{
+    return xmlPlist(open.repeated(depth) + close.repeated(depth));
+}
+
+QByteArray be32(quint64 v)
+{
+    const char bytes[] = {static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                          static_cast<char>(v)};
+    return QByteArray(bytes, 4);
+}
+
+// A binary property list of the given objects, the first one on top; each
+// object names others by 4-byte reference.
+QByteArray binaryPlist(const QList<QByteArray>& objects)
+{
+    QByteArray bytes = "bplist00";
+    QByteArray table;
+    for (const QByteArray& object : objects) {
+        table += be32(static_cast<quint64>(bytes.size()));
+        bytes += object;
+    }
+    const auto tableOffset = static_cast<quint64>(bytes.size());
+    bytes += table;
+    bytes += QByteArray(6, '\0') + '\x04' + '\x04';
+    bytes += QByteArray(4, '\0') + be32(static_cast<quint64>(objects.size())); // objects
+    bytes += QByteArray(8, '\0');                                              // top: object 0
+    bytes += QByteArray(4, '\0') + be32(tableOffset);
+    return bytes;
+}
+
+// Object i an array of `width` references to object i + 1, the last an empty
+// array; `width` 2 makes a chain whose values double at every level.
+QByteArray chainedArrays(int count, int width = 1)
+{
+    QList<QByteArray> objects;
+    for (int i = 0; i + 1 < count; ++i) {
+        QByteArray object(1, static_cast<char>(0xa0 | width));
+        for (int w = 0; w < width; ++w)
+            object += be32(static_cast<quint64>(i + 1));
+        objects.append(object);
+    }
+    objects.append(QByteArray(1, '\xa0'));
+    return binaryPlist(objects);
+}
+
+// libplist builds, copies and frees its trees recursively: 200,000 nested
+// arrays crash it, so nesting is measured in the bytes before it sees them,
+// the way its XML and binary readers would find it.
+TEST(PropertyList, NestingIsMeasuredBeforeParsing)
 {
     QVariant deep = QStringLiteral("leaf");
     for (int i = 0; i <= plist::kMaxDepth + 1; ++i)
         deep = QVariantList{deep};
     EXPECT_FALSE(plist::toXml(deep));
 
-    QByteArray xml = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
-    for (int i = 0; i <= plist::kMaxDepth + 1; ++i)
-        xml += "<array>";
-    for (int i = 0; i <= plist::kMaxDepth + 1; ++i)
-        xml += "</array>";
-    xml += "</plist>";
-    EXPECT_FALSE(plist::parse(xml));
+    const struct
+    {
+        const char* what;
+        QByteArray bytes;
+        bool parsed;
+    } cases[] = {
+        {"XML at the limit", nestedXml(plist::kMaxDepth), true},
+        {"XML one deeper", nestedXml(plist::kMaxDepth + 1), false},
+        {"XML 200,000 deep", nestedXml(200'000), false},
+        {"dictionaries", nestedXml(plist::kMaxDepth + 1, "<dict><key>k</key>", "</dict>"), false},
+        {"empty tags do not nest",
+         xmlPlist("<array>" + QByteArray("<array/><dict />").repeated(500) + "</array>"), true},
+        {"closing tags in comments do not count",
+         xmlPlist(QByteArray("<array><!-- </array> -->").repeated(plist::kMaxDepth + 1) +
+                  QByteArray("</array>").repeated(plist::kMaxDepth + 1)),
+         false},
+        {"quoted text libplist could read otherwise", xmlPlist("<array a=\"></array>\"></array>"), false},
+        {"binary at the limit", chainedArrays(plist::kMaxDepth), true},
+        {"binary one deeper", chainedArrays(plist::kMaxDepth + 1), false},
+        {"binary 200,000 deep", chainedArrays(200'000), false},
+        {"binary cycle", binaryPlist({QByteArray("\xa1\0\0\0\0", 5)}), false},
+        {"binary shared 40 levels", chainedArrays(40, 2), false},
+        {"binary shared 10 levels", chainedArrays(10, 2), true},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(plist::parse(c.bytes).has_value(), c.parsed) << c.what;
 }
 
 TEST(PropertyList, FailedWriteLeavesTheOldFileWhole)

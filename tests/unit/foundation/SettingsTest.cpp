@@ -2,12 +2,22 @@
 #include "foundation/DictionaryKeys.h"
 #include "foundation/PropertyList.h"
 
+#include "LogCapture.h"
+#include "ScratchMount.h"
+
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QTemporaryDir>
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include <sys/stat.h>
 
 namespace talvo {
 namespace {
@@ -24,6 +34,19 @@ QByteArray readBytes(const QString& path)
 {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// f's result, or nullopt when it has not returned within a few seconds: a
+// read that blocks fails the test instead of hanging it (the thread left
+// blocked ends with the process).
+template <class F> auto withinSeconds(F f) -> std::optional<decltype(f())>
+{
+    auto task = std::make_shared<std::packaged_task<decltype(f())()>>(std::move(f));
+    auto result = task->get_future();
+    std::thread([task] { (*task)(); }).detach();
+    if (result.wait_for(std::chrono::seconds(5)) != std::future_status::ready)
+        return std::nullopt;
+    return result.get();
 }
 
 // Each test gets its own config folder (XDG_CONFIG_HOME) and settings file.
@@ -145,6 +168,93 @@ TEST_F(SettingsTest, MalformedPreferencesAreKeptAsideNotOverwritten)
                                  .entryList({QStringLiteral("com.talvo.installer.plugin.prefs.invalid-*")});
     ASSERT_EQ(kept.size(), 1);
     EXPECT_EQ(readBytes(m_dir.filePath(QStringLiteral("config/")) + kept.first()), damaged);
+}
+
+// A pipe, a link to /dev/zero, a file too large or nested too deep in place of
+// the preferences: the shipped settings are used, the log says why, nothing
+// blocks or crashes; saving leaves a pipe or device alone and keeps a
+// damaged file aside.
+TEST_F(SettingsTest, DamagedPreferenceFileLeavesTheShippedSettings)
+{
+    const QString prefs = prefsPath();
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(prefs).absolutePath()));
+    const struct
+    {
+        const char* what;
+        std::function<void()> make;
+        const char* reason; // in the log
+        bool saved;         // kept aside and replaced; else refused and left alone
+    } cases[] = {
+        {"a pipe", [&] { ASSERT_EQ(::mkfifo(QFile::encodeName(prefs).constData(), 0600), 0); },
+         "it is not a regular file", false},
+        {"a link to /dev/zero", [&] { ASSERT_TRUE(QFile::link(QStringLiteral("/dev/zero"), prefs)); },
+         "it is not a regular file", false},
+        {"200,000 nested arrays",
+         [&] {
+             writeBytes(prefs, "<?xml version=\"1.0\"?><plist version=\"1.0\">" +
+                                   QByteArray("<array>").repeated(200'000) +
+                                   QByteArray("</array>").repeated(200'000) + "</plist>");
+         },
+         "it nests arrays or dictionaries deeper than 128 levels", true},
+        {"too large", [&] { writeBytes(prefs, QByteArray(plist::kMaxFileBytes + 1, ' ')); },
+         "it is larger than 4194304 bytes", true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        QDir(QFileInfo(prefs).absolutePath()).removeRecursively();
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(prefs).absolutePath()));
+        c.make();
+        struct stat before = {};
+        ASSERT_EQ(::lstat(QFile::encodeName(prefs).constData(), &before), 0);
+
+        setVendor(QString());
+        test::LogCapture log;
+        const auto settings = withinSeconds([this] { return getSettingsDict(m_settingsFile); });
+        ASSERT_TRUE(settings) << "the settings read did not return";
+        EXPECT_EQ(*settings, shipped());
+        EXPECT_TRUE(log.lines().join(u'\n').contains(
+            QStringLiteral("Cannot read %1: %2").arg(prefs, QLatin1StringView(c.reason))))
+            << log.lines().join(u'\n').toStdString();
+
+        setVendor(QStringLiteral("Talvo"));
+        const auto written = withinSeconds([] {
+            return writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("a")}});
+        });
+        ASSERT_TRUE(written) << "the preferences write did not return";
+        EXPECT_EQ(written->isOk(), c.saved) << written->message().toStdString();
+        struct stat after = {};
+        ASSERT_EQ(::lstat(QFile::encodeName(prefs).constData(), &after), 0);
+        if (c.saved) {
+            EXPECT_EQ(plist::readFile(prefs)->toMap(),
+                      (QVariantMap{{snmpCommunityGetKey, QStringLiteral("a")}}));
+            EXPECT_EQ(QDir(QFileInfo(prefs).absolutePath()).entryList(QDir::Files).size(), 2);
+        } else {
+            EXPECT_TRUE(written->message().contains(prefs) &&
+                        written->message().contains(u"not a regular file"))
+                << written->message().toStdString();
+            EXPECT_EQ(after.st_mode, before.st_mode);
+            EXPECT_EQ(after.st_ino, before.st_ino);
+        }
+    }
+}
+
+// On a full disk the write fails naming the file and the reason, and the
+// preferences file keeps what it held.
+TEST_F(SettingsTest, FailedPreferenceWriteKeepsTheOldFile)
+{
+    test::ScratchMount scratch(64 * 1024);
+    ASSERT_TRUE(scratch.ready()) << scratch.failure().toStdString();
+    qputenv("XDG_CONFIG_HOME", scratch.path().toUtf8());
+    setVendor(QStringLiteral("Talvo"));
+    const QString prefs = scratch.filePath(QStringLiteral("com.talvo.installer.plugin.prefs"));
+    ASSERT_TRUE(writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("old")}}));
+    const QByteArray old = readBytes(prefs);
+    ASSERT_TRUE(scratch.fill());
+
+    const Status written = writeOverrideSettingsDict({{snmpCommunityGetKey, QStringLiteral("new")}});
+    EXPECT_EQ(written.message(), QStringLiteral("Cannot write %1: No space left on device").arg(prefs));
+    EXPECT_EQ(readBytes(prefs), old);
+    EXPECT_EQ(QDir(scratch.path()).entryList(QDir::Files | QDir::Hidden).size(), 2); // and the filler
 }
 
 TEST_F(SettingsTest, WithoutVendorWordThereIsNoPreferenceFile)

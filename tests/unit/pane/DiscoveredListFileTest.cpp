@@ -67,6 +67,21 @@ TEST_F(DiscoveredListFileTest, UnreadableFilesGiveNothingAndOtherElementsAreSkip
     EXPECT_EQ(readDiscoveredList(path()), QList<QVariantMap>{stored(u"10.0.0.5"_s)});
 }
 
+// A printer that answered one query with NULL is saved without that value,
+// not the whole list refused.
+TEST_F(DiscoveredListFileTest, NullValuesAreLeftOut)
+{
+    QVariantMap answered = stored(u"10.0.0.5"_s);
+    answered.insert(u"sysLocation"_s, QVariant());
+    answered.insert(u"networks"_s,
+                    QVariantList{u"10.0.0.0"_s, QVariant(), QVariantMap{{u"mask"_s, QVariant()}}});
+    ASSERT_TRUE(writeDiscoveredList(path(), {answered, stored(u"10.0.0.6"_s)}));
+
+    QVariantMap expected = stored(u"10.0.0.5"_s);
+    expected.insert(u"networks"_s, QVariantList{u"10.0.0.0"_s, QVariantMap{}});
+    EXPECT_EQ(readDiscoveredList(path()), (QList<QVariantMap>{expected, stored(u"10.0.0.6"_s)}));
+}
+
 TEST_F(DiscoveredListFileTest, FailedWriteLosesNothing)
 {
     // No folder is made for the list.
