@@ -156,6 +156,10 @@ Device URI: %3</translation>
         <source>Subnet Label</source>
         <translation>Subnet mask:</translation>
     </message>
+    <message id="AdvancedAddressInvalid">
+        <source>AdvancedAddressInvalid</source>
+        <translation>Type four numbers from 0 to 255 separated by dots, like 192.168.1.20.</translation>
+    </message>
     <message id="Search Button Title">
         <source>Search Button Title</source>
         <translation>Search</translation>
@@ -231,6 +235,22 @@ Device URI: %3</translation>
     <message id="TestPageFailed">
         <source>TestPageFailed</source>
         <translation>The test page could not be printed: %1</translation>
+    </message>
+    <message id="Save List Failed">
+        <source>Save List Failed</source>
+        <translation>Save List Failed</translation>
+    </message>
+    <message id="Preferences Not Saved">
+        <source>Preferences Not Saved</source>
+        <translation>Preferences Not Saved</translation>
+    </message>
+    <message id="WaitTitle">
+        <source>WaitTitle</source>
+        <translation>Please Wait</translation>
+    </message>
+    <message id="WaitText">
+        <source>WaitText</source>
+        <translation>The print queue is being created. The window can be closed when it is done.</translation>
     </message>
 </context>
 </TS>

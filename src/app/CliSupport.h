@@ -10,7 +10,8 @@
 
 namespace talvo::cli {
 
-enum ExitCode { kOk = 0, kFailed = 1, kBadArguments = 2, kTimedOut = 3 };
+// 130 is what a shell reports for a command that SIGINT ended.
+enum ExitCode { kOk = 0, kFailed = 1, kBadArguments = 2, kTimedOut = 3, kInterrupted = 130 };
 
 QTextStream& out();
 QTextStream& err();

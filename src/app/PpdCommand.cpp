@@ -2,10 +2,13 @@
 // answers, written to a file or to standard output.
 
 #include "app/CliSupport.h"
+#include "app/PrinterJson.h"
 #include "foundation/DictionaryKeys.h"
 #include "foundation/FileAccess.h"
+#include "foundation/NetworkAddress.h"
 #include "queue/PpdInstantiation.h"
 #include "queue/PpdLookup.h"
+#include "queue/PrinterProbe.h"
 
 #include <QFile>
 #include <QJsonDocument>
@@ -21,9 +24,16 @@ int runPpd(const Context& context)
     const QCommandLineParser& parser = context.parser;
     const QString model = parser.value(QStringLiteral("model"));
     const QStringList addresses = parser.values(QStringLiteral("address"));
-    if (model.isEmpty() || addresses.size() != 1 || addresses.first().isEmpty() ||
-        addresses.first().startsWith(u'-')) {
+    const QString addressText = addresses.value(0).trimmed();
+    if (model.isEmpty() || addresses.size() != 1 || addressText.isEmpty()) {
         err() << "talvo-printers: ppd takes --model MODEL and one --address ADDRESS" << Qt::endl;
+        return kBadArguments;
+    }
+    // Refused before any lookup or program runs: snmpget would read a host
+    // such as "tcp:h:161" as a transport, or "-v3" as an option.
+    if (!isIPv4OrHostNameText(addressText)) {
+        err() << "talvo-printers: ppd: \"" << displayText(addressText)
+              << "\" is neither an IPv4 address (four decimal octets) nor a host name" << Qt::endl;
         return kBadArguments;
     }
     const QVariantMap supported = context.settings.value(kSupportedPrintersKey).toMap();
@@ -40,13 +50,22 @@ int runPpd(const Context& context)
         return kFailed;
     }
 
+    // snmpget is asked at the address itself, never at the text typed.
+    const std::optional<uint32_t> resolved = resolveManualAddress(addressText);
+    if (!resolved) {
+        err() << "talvo-printers: ppd: \"" << addressText << "\" is a host name that does not resolve"
+              << Qt::endl;
+        return kBadArguments;
+    }
+    const QString address = stringForInetAddr(*resolved);
+
     // The community the pane would use: the settings' one, with the user's
     // preference merged in.
     QString community =
         context.settings.value(kDiscoverySettingsKey).toMap().value(snmpCommunityGetKey).toString();
-    if (community.isEmpty())
+    if (community.trimmed().isEmpty())
         community = QStringLiteral("public");
-    const InstantiatedPPD ppd = instantiatePPD(*source, addresses.first(), community);
+    const InstantiatedPPD ppd = instantiatePPD(*source, address, community);
     if (!ppd.ok()) {
         err() << "talvo-printers: " << ppd.error << Qt::endl;
         return kFailed;
@@ -76,13 +95,13 @@ int runPpd(const Context& context)
     }
     if (context.json)
         out() << QJsonDocument(QJsonObject{{QStringLiteral("model"), model},
-                                           {QStringLiteral("address"), addresses.first()},
+                                           {QStringLiteral("address"), address},
                                            {QStringLiteral("ppd"), *source},
                                            {QStringLiteral("output"), output}})
                      .toJson(QJsonDocument::Compact)
               << Qt::endl;
     else
-        err() << "Wrote the PPD of " << model << " for " << addresses.first() << " to " << output << Qt::endl;
+        err() << "Wrote the PPD of " << model << " for " << address << " to " << output << Qt::endl;
     return kOk;
 }
 

@@ -3,6 +3,7 @@
 
 #include "app/CliSupport.h"
 #include "app/PrinterJson.h"
+#include "foundation/NetworkAddress.h"
 #include "queue/PrinterProbe.h"
 
 #include <QJsonDocument>
@@ -28,9 +29,16 @@ std::optional<ProbeOutcome> probeAndWait(const QString& address, const QVariantM
 
 int runProbe(const Context& context)
 {
-    const QString address = context.parser.positionalArguments().value(1);
-    if (address.trimmed().isEmpty()) {
+    const QString address = context.parser.positionalArguments().value(1).trimmed();
+    if (address.isEmpty()) {
         err() << "talvo-printers: probe takes an IPv4 address or host name" << Qt::endl;
+        return kBadArguments;
+    }
+    // Refused here, before any lookup or program runs. A well-formed name
+    // that does not resolve is still a probe outcome (invalid-address).
+    if (!isIPv4OrHostNameText(address)) {
+        err() << "talvo-printers: probe: \"" << displayText(address)
+              << "\" is neither an IPv4 address (four decimal octets) nor a host name" << Qt::endl;
         return kBadArguments;
     }
     if (!context.json)

@@ -63,6 +63,43 @@ std::optional<uint32_t> parseIPv4Address(QStringView text)
     return address.s_addr;
 }
 
+bool isHostNameText(QStringView text)
+{
+    constexpr qsizetype kMaxName = 253;
+    constexpr qsizetype kMaxLabel = 63;
+    if (text.isEmpty() || text.size() > kMaxName)
+        return false;
+    const char16_t first = text.front().unicode();
+    if (!((first >= u'a' && first <= u'z') || (first >= u'A' && first <= u'Z')))
+        return false;
+    qsizetype labelLength = 0;
+    char16_t previous = 0;
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u == u'.') {
+            // An empty label, or one that ends with '-'.
+            if (labelLength == 0 || previous == u'-')
+                return false;
+            labelLength = 0;
+        } else {
+            const bool letterOrDigit =
+                (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || (u >= u'0' && u <= u'9');
+            if (!letterOrDigit && (u != u'-' || labelLength == 0))
+                return false;
+            if (++labelLength > kMaxLabel)
+                return false;
+        }
+        previous = u;
+    }
+    // The last label: not empty (no trailing dot), not ending with '-'.
+    return labelLength > 0 && previous != u'-';
+}
+
+bool isIPv4OrHostNameText(QStringView text)
+{
+    return parseIPv4Address(text) || isHostNameText(text);
+}
+
 bool isDotsOK(std::string_view text)
 {
     int dots = 0;

@@ -6,6 +6,7 @@
 //     QString text = talvo::stringForInetAddr(addr);          // "10.0.0.5"
 //     if (auto a = talvo::ipAddressString2in_addr_t(u"printer.lan"_s)) ...
 //     bool typed = talvo::isValidIPAddress("10.0.0.5");
+//     bool name = talvo::isHostNameText(u"printer-a.office.lan");
 
 #include <QString>
 #include <QStringView>
@@ -29,6 +30,18 @@ std::optional<uint32_t> ipAddressString2in_addr_t(const QString& hostOrAddress);
 // "10.0.0.1x". Network byte order. Every address that enters from a reply, a
 // tag, the command line or a text field goes through this one parser.
 std::optional<uint32_t> parseIPv4Address(QStringView text);
+
+// A well-formed DNS host name as a user may type one: dot-separated labels of
+// ASCII letters, digits and '-', each 1 to 63 characters and neither beginning
+// nor ending with '-', 253 characters at most, the first character a letter
+// and no trailing dot. Together with parseIPv4Address this is the whole rule
+// for a typed address: text that is neither never reaches a name lookup, a
+// URI or a program's command line (so "tcp:h:161" or "-v3" cannot).
+bool isHostNameText(QStringView text);
+
+// parseIPv4Address accepts it or isHostNameText does: what a typed address
+// must be before anything is done with it.
+bool isIPv4OrHostNameText(QStringView text);
 
 // True when the text holds exactly three dots and no two in a row.
 bool isDotsOK(std::string_view text);

@@ -154,8 +154,18 @@ std::optional<QVariantMap> getSettingsDict(const QString& settingsFile)
 
     QVariantMap discovery = settings.value(kDiscoverySettingsKey).toMap();
     const QVariantMap overrides = prefs.value.toMap();
-    for (auto it = overrides.cbegin(); it != overrides.cend(); ++it)
+    for (auto it = overrides.cbegin(); it != overrides.cend(); ++it) {
+        // A blank community would be sent as is (or, to snmpget, be no
+        // argument at all): the shipped one is kept instead.
+        const bool community = it.key() == snmpCommunityGetKey || it.key() == snmpCommunitySetKey;
+        if (community && it.value().toString().trimmed().isEmpty()) {
+            qCWarning(lcFoundation).noquote()
+                << QStringLiteral("The preferences file %1 gives an empty %2; the shipped value is used")
+                       .arg(*prefsPath, it.key());
+            continue;
+        }
         discovery.insert(it.key(), it.value());
+    }
     settings.insert(kDiscoverySettingsKey, discovery);
     return settings;
 }

@@ -52,7 +52,9 @@ std::optional<QString> filePathForUserPrefs(const QString& vendorWord);
 // is missing, unreadable, not a dictionary, or not a regular file at all (a
 // pipe, a link to a device), too large or nested too deep, leaves the
 // settings unmerged, with a warning in the log; neither file is ever waited
-// on (see plist::loadFile).
+// on (see plist::loadFile). An empty or blank "snmpGetCommunity" or
+// "snmpSetCommunity" in the user file is ignored (logged): the shipped value
+// stays.
 std::optional<QVariantMap> getSettingsDict(const QString& settingsFile);
 std::optional<QVariantMap> getSettingsDict(); // from pathForPluginResources()
 

@@ -7,9 +7,7 @@
 
 #include "ui_AdvancedSheet.h"
 
-#include <arpa/inet.h>
-
-#include <string_view>
+#include <QFont>
 
 namespace talvo {
 
@@ -25,20 +23,11 @@ QString localizedText(const char* key)
     return value;
 }
 
-// A field's text as the address checks see it: bytes, non-ASCII characters
-// replaced, so they can never pass for digits.
-bool holdsValidAddress(const QLineEdit* field)
+// A field's address by the one strict rule for addresses: four decimal
+// octets. Blanks around it are the user's slip, not part of the address.
+std::optional<uint32_t> fieldAddress(const QLineEdit* field)
 {
-    const QByteArray ascii = field->text().toLatin1();
-    return isValidIPAddress(std::string_view(ascii.constData(), static_cast<std::size_t>(ascii.size())));
-}
-
-std::optional<uint32_t> networkOrderAddress(const QString& text)
-{
-    in_addr address{};
-    if (::inet_pton(AF_INET, text.toLatin1().constData(), &address) != 1)
-        return std::nullopt;
-    return address.s_addr;
+    return parseIPv4Address(field->text().trimmed());
 }
 
 } // namespace
@@ -66,8 +55,8 @@ AddPrintQueueSettings::~AddPrintQueueSettings() = default;
 std::optional<uint32_t> AddPrintQueueSettings::broadcastAddressForSubnet(const QString& gateway,
                                                                          const QString& mask)
 {
-    const std::optional<uint32_t> network = networkOrderAddress(gateway);
-    const std::optional<uint32_t> netmask = networkOrderAddress(mask);
+    const std::optional<uint32_t> network = parseIPv4Address(gateway);
+    const std::optional<uint32_t> netmask = parseIPv4Address(mask);
     if (!network || !netmask)
         return std::nullopt;
     return *network | ~*netmask;
@@ -101,6 +90,18 @@ QLineEdit* AddPrintQueueSettings::ipAddressTextField() const
 {
     return m_ui->ipAddressTextField;
 }
+QLabel* AddPrintQueueSettings::gatewayInvalidLabel() const
+{
+    return m_ui->gatewayInvalidLabel;
+}
+QLabel* AddPrintQueueSettings::subnetInvalidLabel() const
+{
+    return m_ui->subnetInvalidLabel;
+}
+QLabel* AddPrintQueueSettings::ipAddressInvalidLabel() const
+{
+    return m_ui->ipAddressInvalidLabel;
+}
 
 void AddPrintQueueSettings::reject()
 {
@@ -117,6 +118,12 @@ void AddPrintQueueSettings::didLoadNib()
     m_ui->subnetMaskLabel->setText(localizedText("Subnet Label"));
     m_ui->searchButton->setText(localizedText("Search Button Title"));
     m_ui->cancelButton->setText(localizedText("Cancel Button Title"));
+    for (QLabel* hint : {m_ui->gatewayInvalidLabel, m_ui->subnetInvalidLabel, m_ui->ipAddressInvalidLabel}) {
+        hint->setText(localizedText("AdvancedAddressInvalid"));
+        QFont small = hint->font();
+        small.setPointSizeF(small.pointSizeF() * 0.85);
+        hint->setFont(small);
+    }
     setWindowTitle(localizedText("Advanced Sheet Title"));
     setSearchButtonState();
 }
@@ -134,11 +141,11 @@ void AddPrintQueueSettings::closeAdvancedSheet(QPushButton* sender)
 
 void AddPrintQueueSettings::handTargetToEngine()
 {
+    // Search is enabled only while the chosen target's fields hold addresses,
+    // so the checks here only guard against a caller that clicks anyway.
     if (m_ui->gatewaySubnetRadioButton->isChecked()) {
-        // The loose check that enabled Search accepts texts such as "10.1.2.x"
-        // that are no address; those are reported, never searched as 0.
-        const std::optional<uint32_t> broadcast =
-            broadcastAddressForSubnet(m_ui->gatewayTextField->text(), m_ui->subnetTextField->text());
+        const std::optional<uint32_t> broadcast = broadcastAddressForSubnet(
+            m_ui->gatewayTextField->text().trimmed(), m_ui->subnetTextField->text().trimmed());
         if (broadcast)
             m_pdEngine->addSearchAddress(*broadcast);
         else
@@ -146,8 +153,7 @@ void AddPrintQueueSettings::handTargetToEngine()
                 << "AddPrintQueueSettings: not an address:" << m_ui->gatewayTextField->text()
                 << m_ui->subnetTextField->text();
     } else if (m_ui->ipAddressRadioButton->isChecked()) {
-        const std::optional<uint32_t> address = networkOrderAddress(m_ui->ipAddressTextField->text());
-        if (address)
+        if (const std::optional<uint32_t> address = fieldAddress(m_ui->ipAddressTextField))
             m_pdEngine->askForKnownNetworks(*address);
         else
             qCWarning(lcPane).noquote()
@@ -157,12 +163,29 @@ void AddPrintQueueSettings::handTargetToEngine()
 
 void AddPrintQueueSettings::setSearchButtonState()
 {
-    const bool subnetReady = m_ui->gatewaySubnetRadioButton->isChecked() &&
-                             holdsValidAddress(m_ui->gatewayTextField) &&
-                             holdsValidAddress(m_ui->subnetTextField);
-    const bool addressReady =
-        m_ui->ipAddressRadioButton->isChecked() && holdsValidAddress(m_ui->ipAddressTextField);
-    m_ui->searchButton->setEnabled(subnetReady || addressReady);
+    // Each field the chosen target needs must hold an address; one that holds
+    // something else says so under it. An empty field only keeps Search off:
+    // nothing has been typed wrong yet.
+    const bool subnet = m_ui->gatewaySubnetRadioButton->isChecked();
+    const bool single = m_ui->ipAddressRadioButton->isChecked();
+    bool ready = subnet || single;
+    const struct
+    {
+        QLineEdit* field;
+        QLabel* hint;
+        bool needed;
+    } fields[] = {
+        {m_ui->gatewayTextField, m_ui->gatewayInvalidLabel, subnet},
+        {m_ui->subnetTextField, m_ui->subnetInvalidLabel, subnet},
+        {m_ui->ipAddressTextField, m_ui->ipAddressInvalidLabel, single},
+    };
+    for (const auto& f : fields) {
+        const bool valid = fieldAddress(f.field).has_value();
+        if (f.needed && !valid)
+            ready = false;
+        f.hint->setVisible(f.needed && !valid && !f.field->text().trimmed().isEmpty());
+    }
+    m_ui->searchButton->setEnabled(ready);
 }
 
 void AddPrintQueueSettings::controlTextDidChange(QLineEdit* field)

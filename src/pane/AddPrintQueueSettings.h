@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 
+class QLabel;
 class QLineEdit;
 class QPushButton;
 class QRadioButton;
@@ -37,8 +38,8 @@ public:
 
     // The broadcast address of the subnet (gateway OR NOT mask, bitwise on
     // the network-order values): host bits of the gateway stay where the mask
-    // is 1 and are set where it is 0. nullopt when either text is not a
-    // dotted quad.
+    // is 1 and are set where it is 0. nullopt when either text is not four
+    // decimal octets (parseIPv4Address).
     static std::optional<uint32_t> broadcastAddressForSubnet(const QString& gateway, const QString& mask);
 
     QPushButton* searchButton() const;
@@ -48,6 +49,11 @@ public:
     QLineEdit* gatewayTextField() const;
     QLineEdit* subnetTextField() const;
     QLineEdit* ipAddressTextField() const;
+    // The hints under the fields, shown while a field the chosen target needs
+    // holds text that is not four decimal octets.
+    QLabel* gatewayInvalidLabel() const;
+    QLabel* subnetInvalidLabel() const;
+    QLabel* ipAddressInvalidLabel() const;
 
 public Q_SLOTS:
     // Escape and the window's close button act as Cancel.

@@ -19,7 +19,7 @@ SnmpStringsSheet::SnmpStringsSheet(PrinterDiscoveryEngine* engine, QWidget* pare
     for (QPushButton* button : {m_ui->snmpOKButton, m_ui->snmpCancelButton})
         connect(button, &QPushButton::clicked, this, [this, button] { closeSnmpStringsSheet(button); });
     for (QLineEdit* field : {m_ui->snmpGetTextField, m_ui->snmpSetTextField})
-        connect(field, &QLineEdit::textEdited, this, [this, field] { controlTextDidChange(field); });
+        connect(field, &QLineEdit::textEdited, this, [this] { controlTextDidChange(); });
     // The outcome travels in m_snmpSheetDlgResult, not in the result code.
     connect(this, &QDialog::finished, this, &SnmpStringsSheet::snmpStringsSheetDidEnd);
 }
@@ -52,6 +52,7 @@ void SnmpStringsSheet::showSNMPStringsSheet()
     m_ui->snmpOKButton->setText(localizedStringForKey("OK"));
     m_ui->snmpCancelButton->setText(localizedStringForKey("Cancel Button Title"));
     setWindowTitle(localizedStringForKey("SNMP Sheet Title"));
+    controlTextDidChange();
     open();
 }
 
@@ -96,9 +97,12 @@ void SnmpStringsSheet::showSaveFailure(const QString& message)
     alert->open();
 }
 
-void SnmpStringsSheet::controlTextDidChange(QLineEdit* field)
+void SnmpStringsSheet::controlTextDidChange()
 {
-    m_ui->snmpOKButton->setEnabled(!field->text().trimmed().isEmpty());
+    // Both communities are saved and used together, and a blank one is never
+    // usable (snmpget would take its next argument for an empty one).
+    m_ui->snmpOKButton->setEnabled(!m_ui->snmpGetTextField->text().trimmed().isEmpty() &&
+                                   !m_ui->snmpSetTextField->text().trimmed().isEmpty());
 }
 
 } // namespace talvo

@@ -5,7 +5,8 @@
 // opening; its fields are refilled from the engine each time, so a cancelled
 // edit is discarded. Accepted values go to the engine, which saves them in
 // the user preferences when they changed; a failed save is shown in an alert
-// naming the file and the reason. GUI thread only.
+// naming the file and the reason. OK is enabled only while both fields hold
+// more than blanks. GUI thread only.
 //
 //     m_snmpSheet = new talvo::SnmpStringsSheet(engine, this);
 //     connect(snmpButton, &QPushButton::clicked, m_snmpSheet,
@@ -54,7 +55,8 @@ private:
     // A window-modal alert over the pane with the reason the preferences
     // could not be written (it names the file).
     void showSaveFailure(const QString& message);
-    void controlTextDidChange(QLineEdit* field);
+    // OK only while both fields hold more than blanks.
+    void controlTextDidChange();
 
     std::unique_ptr<Ui::SnmpStringsSheet> m_ui;
     PrinterDiscoveryEngine* m_engine;

@@ -106,12 +106,6 @@ std::optional<QString> stoppableReverseName(uint32_t address, std::stop_token st
     return name ? *name : std::nullopt;
 }
 
-bool isAsciiLetter(QChar c)
-{
-    const char16_t u = c.unicode();
-    return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z');
-}
-
 ProcessOptions withStop(std::stop_token stop)
 {
     ProcessOptions options;
@@ -208,17 +202,13 @@ std::optional<QString> modelFromSnmpAnswers(const QString& sysObjId, const std::
 
 std::optional<uint32_t> resolveManualAddress(const QString& text, std::stop_token stop)
 {
-    const std::string bytes = text.toStdString();
-    if (isValidIPAddress(bytes)) {
-        in_addr address{};
-        if (inet_aton(bytes.c_str(), &address) != 0)
-            return address.s_addr;
-        // A loose dotted quad inet_aton refuses ("10.x.y.z") may still be a name.
-        const auto resolved =
-            runAbandonable<std::optional<uint32_t>>([text] { return ipAddressString2in_addr_t(text); }, stop);
-        return resolved ? *resolved : std::nullopt;
-    }
-    if (text.isEmpty() || !isAsciiLetter(text.front()))
+    // One rule for a typed address: four decimal octets are the address
+    // itself; anything else must be a well-formed host name before it is
+    // looked up. So "010.0.0.1" is never read as octal, and "10.x.y.z" or
+    // "tcp:h:161" never reaches the resolver.
+    if (const auto address = parseIPv4Address(text))
+        return address;
+    if (!isHostNameText(text))
         return std::nullopt;
     // A name counts only when it resolves both ways, as the pane checks it.
     const auto both = runAbandonable<std::optional<uint32_t>>(

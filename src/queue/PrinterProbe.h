@@ -37,7 +37,7 @@ enum class ProbeResult {
     UnknownPrinter, // no SNMP, but TCP port 9100 accepts connections
     NotPrinter,     // SNMP without a model, or only ping answers
     NoHost,         // nothing answers
-    InvalidAddress, // neither a dotted quad nor a name that resolves both ways
+    InvalidAddress, // neither four decimal octets nor a host name that resolves both ways
 };
 QString probeResultName(ProbeResult result);
 
@@ -76,10 +76,11 @@ QHash<QString, QString> printerModelSNMPOidDict(const QVariantMap& supportedPrin
 std::optional<QString> modelFromSnmpAnswers(const QString& sysObjId, const std::optional<QString>& sysDescr,
                                             const QHash<QString, QString>& modelsBySysObjectId);
 
-// The address typed, in network byte order, by the pane's rules: a text that
-// passes isValidIPAddress is read as a dotted quad (else looked up as a
-// name); a text that begins with a letter must resolve forward and backward.
-// Blocks while names are looked up; a stop returns nullopt at once.
+// The address typed, in network byte order: four decimal octets
+// (parseIPv4Address) are the address, with no lookup; a well-formed host name
+// (isHostNameText) must resolve forward and backward; any other text is
+// nullopt without a lookup. Blocks while a name is looked up; a stop returns
+// nullopt at once.
 std::optional<uint32_t> resolveManualAddress(const QString& text, std::stop_token stop = {});
 
 // "in_addr_t", "ipAddr", "queueType" "Raw TCP" and, when the address has a

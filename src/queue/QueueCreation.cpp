@@ -1,12 +1,14 @@
 #include "queue/QueueCreation.h"
 
 #include "foundation/DictionaryKeys.h"
+#include "foundation/NetworkAddress.h"
 #include "foundation/QueueNaming.h"
 #include "foundation/Settings.h"
 #include "foundation/SystemCommand.h"
 #include "queue/PpdInstantiation.h"
 #include "queue/PpdLookup.h"
 #include "queue/QueueLog.h"
+#include "queue/SchedulerQueues.h"
 
 #include <QLocale>
 
@@ -73,6 +75,34 @@ QString missingForQueue(const QVariantMap& printer)
     return QStringLiteral("The printer has no %1.").arg(missing.join(QStringLiteral(", ")));
 }
 
+// A network printer is reached at its address, so its URI is made here from
+// that address once more: the dictionary may come from a saved list, and
+// neither lpadmin nor snmpget may be handed text that only claims to be an
+// address. Empty when the address is good; why not otherwise.
+QString useCheckedAddress(QVariantMap& printer)
+{
+    if (namesQueueAsUSB(printer))
+        return {};
+    const QString text = printer.value(kIPAddrStrKey).toString();
+    const auto address = parseIPv4Address(text);
+    if (!address)
+        return QStringLiteral("The printer's address \"%1\" is not an IPv4 address.").arg(text);
+    printer.insert(kIPAddrStrKey, stringForInetAddr(*address));
+    printer.insert(kCUPSPrinterURIKey, QStringLiteral("lpd://%1").arg(stringForInetAddr(*address)));
+    return {};
+}
+
+// The final name, chosen against the scheduler's queues as they are now.
+QueueCreationResult nameAgainstScheduler(const QVariantMap& printer, const QueueCreationSettings& settings,
+                                         const QueueCreationOptions& options)
+{
+    QString why;
+    const auto taken = schedulerQueueNames(&why);
+    if (!taken)
+        return failure(QueueError::SchedulerUnknown, why);
+    return chooseQueueName(printer, settings, options, *taken);
+}
+
 } // namespace
 
 QueueCreationSettings QueueCreationSettings::fromPluginSettings(const QVariantMap& settings)
@@ -110,10 +140,31 @@ bool namesQueueAsUSB(const QVariantMap& printer)
 
 QString queueNameForPrinter(const QVariantMap& printer, const QString& vendorWithCaps)
 {
+    // A saved list may hold any text as a name: it is made safe again.
     if (!namesQueueAsUSB(printer))
-        return printer.value(kCUPSQueueNameKey).toString();
-    return QStringLiteral("%1_%2").arg(
-        vendorWithCaps, convertStrForCupsQueueName(printer.value(kPrinterModelStrKey).toString()));
+        return fitQueueName(convertStrForCupsQueueName(printer.value(kCUPSQueueNameKey).toString()));
+    return fitQueueName(QStringLiteral("%1_%2").arg(
+        vendorWithCaps, convertStrForCupsQueueName(printer.value(kPrinterModelStrKey).toString())));
+}
+
+QueueCreationResult chooseQueueName(const QVariantMap& printer, const QueueCreationSettings& settings,
+                                    const QueueCreationOptions& options, const QStringList& taken)
+{
+    QueueCreationResult result;
+    result.printer = printer;
+    if (options.queueName.isEmpty()) {
+        result.printer.insert(
+            kCUPSQueueNameKey,
+            firstFreeQueueName(queueNameForPrinter(printer, settings.vendorWithCaps), taken));
+        return result;
+    }
+    if (const QString problem = queueNameProblem(options.queueName); !problem.isEmpty())
+        return failure(QueueError::BadPrinter, QStringLiteral("\"%1\": %2").arg(options.queueName, problem));
+    if (!options.replace && isQueueNameTaken(options.queueName, taken))
+        return failure(QueueError::NameTaken,
+                       QStringLiteral("a print queue called \"%1\" exists already").arg(options.queueName));
+    result.printer.insert(kCUPSQueueNameKey, options.queueName);
+    return result;
 }
 
 QVariantMap usbPrinterDict(const QString& deviceUri, const QString& model)
@@ -133,40 +184,58 @@ std::optional<QVariantMap> prepareManualPrinter(QVariantMap printer, const QStri
             return std::nullopt;
         printer.insert(kPrinterModelStrKey, chosenModel);
     }
-    uriDescAndQueueNameForSocketPrinter(printer);
+    if (!uriDescAndQueueNameForSocketPrinter(printer))
+        return std::nullopt;
     return printer;
 }
 
-QueuePlan planPrintQueue(QVariantMap printer, const QueueCreationSettings& settings)
+QueuePlan planPrintQueue(QVariantMap printer, const QueueCreationSettings& settings,
+                         const QueueCreationOptions& options)
 {
     QueuePlan plan;
-    if (const QString missing = missingForQueue(printer); !missing.isEmpty()) {
-        plan.error = QueueError::BadPrinter;
-        plan.errorText = missing;
+    const auto refuse = [&plan](QueueError error, const QString& text) {
+        plan.error = error;
+        plan.errorText = text;
         return plan;
-    }
+    };
+    if (QString missing = missingForQueue(printer); !missing.isEmpty())
+        return refuse(QueueError::BadPrinter, missing);
+    if (QString bad = useCheckedAddress(printer); !bad.isEmpty())
+        return refuse(QueueError::BadPrinter, bad);
     const QString model = printer.value(kPrinterModelStrKey).toString();
     const auto ppd =
         getPPDPathForModel(model, settings.supportedPrinters, settings.ppdFolder, settings.uiLanguages);
-    if (!ppd) {
-        plan.error = QueueError::PPDNotFound;
-        plan.errorText = QStringLiteral("%1 (%2)").arg(ppdNotFoundText(), model);
-        return plan;
+    if (!ppd)
+        return refuse(QueueError::PPDNotFound, QStringLiteral("%1 (%2)").arg(ppdNotFoundText(), model));
+
+    // Nothing is created, so a scheduler that cannot be asked only makes the
+    // shown name a guess.
+    QueueCreationResult named = nameAgainstScheduler(printer, settings, options);
+    if (named.error == QueueError::SchedulerUnknown) {
+        plan.warning = named.errorText;
+        named = chooseQueueName(printer, settings, options, {});
     }
-    printer.insert(kCUPSQueueNameKey, queueNameForPrinter(printer, settings.vendorWithCaps));
+    if (!named.ok())
+        return refuse(named.error, named.errorText);
     plan.ppdPath = *ppd;
-    plan.lpadmin = lpadminArguments(printer, *ppd);
-    plan.printer = printer;
+    plan.lpadmin = lpadminArguments(named.printer, *ppd);
+    plan.printer = named.printer;
     return plan;
 }
 
 QueueCreationResult createPrintQueueForPrinter(QVariantMap printer, const QueueCreationSettings& settings,
-                                               std::stop_token stop)
+                                               std::stop_token stop, const QueueCreationOptions& options)
 {
     qCInfo(lcQueue).noquote()
         << QStringLiteral("createPrintQueueForPrinter: %1").arg(printer.value(kIPAddrStrKey).toString());
     if (const QString missing = missingForQueue(printer); !missing.isEmpty())
         return failure(QueueError::BadPrinter, missing);
+    if (const QString bad = useCheckedAddress(printer); !bad.isEmpty())
+        return failure(QueueError::BadPrinter, bad);
+    // A name that cannot be had, or a scheduler that cannot be asked, is
+    // told before the printer is queried for its options.
+    if (QueueCreationResult named = nameAgainstScheduler(printer, settings, options); !named.ok())
+        return named;
 
     // The PPD: the model's file, instantiated with the printer's own answers.
     // The copy is removed when `ppd` goes, once lpadmin has read it.
@@ -193,12 +262,19 @@ QueueCreationResult createPrintQueueForPrinter(QVariantMap printer, const QueueC
                                            : QStringLiteral("%1 (%2)").arg(ppdNotFoundText(), ppd.error));
     }
 
-    printer.insert(kCUPSQueueNameKey, queueNameForPrinter(printer, settings.vendorWithCaps));
+    // The name is chosen again just before lpadmin runs: the queries above
+    // take seconds, and a queue made meanwhile must not be overwritten.
+    QueueCreationResult named = nameAgainstScheduler(printer, settings, options);
+    if (!named.ok())
+        return named;
+    printer = named.printer;
+    if (options.lpadminStarting)
+        options.lpadminStarting(printer.value(kCUPSQueueNameKey).toString());
 
     // lpadmin reaches the scheduler the usual way (CUPS_SERVER, client.conf).
-    ProcessOptions options;
-    options.stopToken = stop;
-    const ProcessResult run = runProcess(lpadminArguments(printer, ppd.path), options);
+    ProcessOptions process;
+    process.stopToken = stop;
+    const ProcessResult run = runProcess(lpadminArguments(printer, ppd.path), process);
     if (run.status == ProcessResult::Status::Stopped)
         return failure(QueueError::Stopped, QStringLiteral("stopped"));
     if (!run.succeeded()) {
@@ -231,11 +307,11 @@ QueueCreator::~QueueCreator()
     stop();
 }
 
-bool QueueCreator::start(QVariantMap printer, Completion completion)
+bool QueueCreator::start(QVariantMap printer, Completion completion, QueueCreationOptions options)
 {
     return m_worker.start(
-        [this, printer = std::move(printer)](std::stop_token stop) {
-            return std::optional(createPrintQueueForPrinter(printer, m_settings, stop));
+        [this, printer = std::move(printer), options = std::move(options)](std::stop_token stop) {
+            return std::optional(createPrintQueueForPrinter(printer, m_settings, stop, options));
         },
         std::move(completion));
 }

@@ -52,7 +52,24 @@ enum class QueueError {
     ModelNotSupported, // no supported model for the printer
     PPDNotFound,       // no PPD for the model, or it could not be instantiated
     LpadminFailed,     // lpadmin did not run or exited with an error
+    SchedulerUnknown,  // the scheduler could not be asked which names are taken
+    NameTaken,         // the name asked for is a queue's already
     Stopped,           // stopped before the queue was created
+};
+
+// How a creation names its queue and what it tells its caller on the way.
+struct QueueCreationOptions
+{
+    // The name asked for; empty for the printer's own ("queueName", or the
+    // vendor and model of a USB printer). The printer's own name never
+    // replaces a queue: when taken, the first free "NAME_2", "NAME_3", ... is
+    // used. A name asked for that is taken is refused unless `replace`.
+    QString queueName;
+    // Update the queue called `queueName` when it exists.
+    bool replace = false;
+    // Called on the creating thread just before lpadmin starts, with the
+    // final name: the queue an interrupted caller has to look for.
+    std::function<void(const QString& queueName)> lpadminStarting;
 };
 
 struct QueueCreationResult
@@ -75,6 +92,9 @@ struct QueuePlan
     QVariantMap printer; // with its final queue name
     QString ppdPath;     // the model's PPD; creation instantiates a copy of it
     QStringList lpadmin; // the argument vector, with ppdPath after "-P"
+    // Why the final name may differ at creation (the scheduler could not be
+    // asked which names are taken); empty when it was asked.
+    QString warning;
 
     bool ok() const { return error == QueueError::None; }
 };
@@ -101,14 +121,24 @@ QVariantMap usbPrinterDict(const QString& deviceUri, const QString& model);
 std::optional<QVariantMap> prepareManualPrinter(QVariantMap printer, const QString& chosenModel,
                                                 const QStringList& supportedModels);
 
-// The dry run: the PPD looked up and the queue named, nothing instantiated,
-// nothing run.
-QueuePlan planPrintQueue(QVariantMap printer, const QueueCreationSettings& settings);
+// The queue name a creation with these options would use, given the names
+// the scheduler has taken; NameTaken, or BadPrinter for a name the scheduler
+// would refuse, as the error otherwise.
+QueueCreationResult chooseQueueName(const QVariantMap& printer, const QueueCreationSettings& settings,
+                                    const QueueCreationOptions& options, const QStringList& taken);
+
+// The dry run: the PPD looked up and the queue named (the scheduler asked
+// which names are taken), nothing instantiated, nothing run.
+QueuePlan planPrintQueue(QVariantMap printer, const QueueCreationSettings& settings,
+                         const QueueCreationOptions& options = {});
 
 // Creates the queue on the calling thread: the PPD found and instantiated
-// (SNMP queries), lpadmin run and waited for. Blocks; a stop kills what runs.
+// (SNMP queries), the name chosen against the scheduler's queues, lpadmin run
+// and waited for. Blocks; a stop kills what runs (lpadmin's whole process
+// group).
 QueueCreationResult createPrintQueueForPrinter(QVariantMap printer, const QueueCreationSettings& settings,
-                                               std::stop_token stop = {});
+                                               std::stop_token stop = {},
+                                               const QueueCreationOptions& options = {});
 
 // Stores the created printer in the installer's shared dictionary under
 // "InstalledPrinter" (only for a created queue).
@@ -129,7 +159,7 @@ public:
     QueueCreator& operator=(const QueueCreator&) = delete;
 
     // False (and nothing started) while a creation is still running.
-    bool start(QVariantMap printer, Completion completion);
+    bool start(QVariantMap printer, Completion completion, QueueCreationOptions options = {});
     // Stops the running creation (lpadmin and SNMP queries killed) and waits.
     void stop();
     bool isRunning() const;

@@ -44,15 +44,18 @@ bool printableOrSpace(char c)
 // been printed as a string is a string that merely looks like hex.
 std::optional<QByteArray> fromHexForm(const QByteArray& text)
 {
-    static const QRegularExpression hexForm(QStringLiteral("^(?:[0-9A-F]{2} \\n?)+$"));
+    // \A and \z: a "$" would also match before a final newline, so a string
+    // such as "11 \n\n" would pass for the hex form of one byte.
+    static const QRegularExpression hexForm(QStringLiteral("\\A(?:[0-9A-F]{2} \\n?)+\\z"));
     if (!hexForm.match(QString::fromLatin1(text)).hasMatch())
         return std::nullopt;
     QByteArray bytes;
     for (const QByteArray& pair : text.simplified().split(' '))
         bytes.append(static_cast<char>(pair.toInt(nullptr, 16)));
-    // A trailing NUL alone does not make net-snmp print hex.
-    const QByteArray body = bytes.endsWith('\0') ? bytes.chopped(1) : bytes;
-    if (std::all_of(body.cbegin(), body.cend(), printableOrSpace))
+    // A NUL makes net-snmp print hex, at the end of a value too ("Talvo" and
+    // a NUL is "54 61 6C 76 6F 00 "): only bytes that are all printable mean
+    // the text was a string that merely looks like hex.
+    if (std::all_of(bytes.cbegin(), bytes.cend(), printableOrSpace))
         return std::nullopt;
     return bytes;
 }
@@ -76,6 +79,11 @@ std::optional<QByteArray> quotedString(const QByteArray& output)
 
 } // namespace
 
+bool isUsableCommunity(const QString& community)
+{
+    return !community.trimmed().isEmpty();
+}
+
 QStringList arguments(int version, const QString& community, const QString& host, const QString& oid)
 {
     // A host beginning with '-' would be taken for an option.
@@ -84,6 +92,9 @@ QStringList arguments(int version, const QString& community, const QString& host
     QStringList versionArguments;
     switch (version) {
     case kVersion1:
+        // "-c" alone would make snmpget take "-v1" for the community.
+        if (!isUsableCommunity(community))
+            return {};
         versionArguments = {QStringLiteral("-c") + community, QStringLiteral("-v1")};
         break;
     case kVersion3SHA:
@@ -154,6 +165,10 @@ std::optional<QString> doSNMPQueryOn(const QString& host, const QString& communi
         }
     }
 
+    if (version == kVersion1 && !isUsableCommunity(community)) {
+        qCWarning(lcSnmp) << "No SNMPv1 community to ask with: snmpget is not run";
+        return std::nullopt;
+    }
     const QStringList argv = arguments(version, community, host, oid);
     if (argv.isEmpty())
         return std::nullopt;

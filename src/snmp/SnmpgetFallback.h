@@ -30,8 +30,12 @@ enum VersionCode : int {
 // sysName.0: asked to find out which version a printer answers.
 inline constexpr char kProbeOid[] = ".1.3.6.1.2.1.1.5.0";
 
-// The whole argument vector for one value; empty for a code that runs nothing
-// or a host that would be read as an option.
+// A community snmpget can be given: not empty, not only blanks.
+bool isUsableCommunity(const QString& community);
+
+// The whole argument vector for one value; empty for a code that runs nothing,
+// a host that would be read as an option, or SNMPv1 without a usable
+// community.
 QStringList arguments(int version, const QString& community, const QString& host, const QString& oid);
 
 // The value in snmpget's "-Onqv" output as the printer sent it: quoted strings
@@ -46,7 +50,8 @@ std::optional<QString> parseValue(const QByteArray& output);
 
 // Reads one value, probing the version first when `version` is kUnknown
 // (v1, then SHA, then MD5 on sysName.0; kNone when none answers, which is
-// final: later calls run nothing). nullopt when nothing was obtained.
+// final: later calls run nothing). nullopt when nothing was obtained; SNMPv1
+// without a usable community runs nothing (logged).
 // Blocks for up to 3 s per command run; a stop request ends it at once.
 std::optional<QString> doSNMPQueryOn(const QString& host, const QString& community, const QString& oid,
                                      int& version, const ProcessOptions& options = {});

@@ -11,9 +11,11 @@
 //     ... write scratch.filePath(u"old"_s) ...
 //     ASSERT_TRUE(scratch.fill());        // no byte left
 //     ASSERT_TRUE(scratch.setReadOnly(true));
+//     ASSERT_TRUE(scratch.bindOver(u"/usr/sbin/lpadmin"_s, u"stand-in"_s)); // a program replaced
 
 #include <QByteArray>
 #include <QFile>
+#include <QList>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -54,6 +56,8 @@ public:
     }
     ~ScratchMount()
     {
+        for (const QByteArray& target : m_binds)
+            ::umount2(target.constData(), MNT_DETACH);
         if (m_mounted)
             ::umount2(QFile::encodeName(m_dir.path()).constData(), MNT_DETACH);
     }
@@ -87,10 +91,23 @@ public:
         return ::mount(nullptr, QFile::encodeName(m_dir.path()).constData(), nullptr, flags, nullptr) == 0;
     }
 
+    // Shows the scratch file `name` at `target` (a file of the machine) for
+    // this thread and the programs it starts, until this object goes.
+    bool bindOver(const QString& target, const QString& name)
+    {
+        const QByteArray where = QFile::encodeName(target);
+        if (::mount(QFile::encodeName(filePath(name)).constData(), where.constData(), nullptr, MS_BIND,
+                    nullptr) != 0)
+            return false;
+        m_binds << where;
+        return true;
+    }
+
 private:
     static QString errorText() { return QString::fromLocal8Bit(std::strerror(errno)); }
 
     QTemporaryDir m_dir;
+    QList<QByteArray> m_binds;
     bool m_mounted = false;
     QString m_failure;
 };

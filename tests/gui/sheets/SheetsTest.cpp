@@ -16,6 +16,7 @@
 
 #include <QApplication>
 #include <QFile>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -51,6 +52,8 @@ TEST(AdvancedSearchSheet, BroadcastAddressKeepsNetworkBitsAndSetsHostBits)
         {u"172.16.0.0"_s, u"255.240.0.0"_s, u"172.31.255.255"_s},
         {u"10.1.2.x"_s, u"255.0.0.0"_s, QString()}, // passes the loose check, is no address
         {u"10.1.2.0"_s, u"255.255.255"_s, QString()},
+        {u"010.1.2.0"_s, u"255.0.0.0"_s, QString()}, // never read as octal
+        {u"10.1.2.0"_s, u"255.255.255.256"_s, QString()},
     };
     for (const auto& [gateway, mask, expected] : cases) {
         const auto broadcast = AddPrintQueueSettings::broadcastAddressForSubnet(gateway, mask);
@@ -79,7 +82,7 @@ TEST(AdvancedSearchSheet, SearchFollowsTheChosenTargetAndItsFields)
         {sheet.ipAddressTextField(), u"10.0.0.9"_s, false, true},
         {sheet.subnetTextField(), u"255.255"_s, true, false}, // back to the subnet, mask incomplete
         {sheet.subnetTextField(), u"255.255.0.0"_s, true, true},
-        {sheet.gatewayTextField(), u"0.1.2.3"_s, true, false},
+        {sheet.gatewayTextField(), u"10.0.0.256"_s, true, false},
         {addressRadio, {}, false, true},
         {addressRadio, {}, false, true}, // clicking the radio that is on keeps it on
         {gatewayRadio, {}, true, false},
@@ -93,6 +96,61 @@ TEST(AdvancedSearchSheet, SearchFollowsTheChosenTargetAndItsFields)
         EXPECT_NE(addressRadio->isChecked(), s.gatewayRadioOn) << "step " << i;
         EXPECT_EQ(sheet.searchButton()->isEnabled(), s.searchEnabled) << "step " << i++;
     }
+}
+
+// Each field the chosen target needs: text that is not four decimal octets
+// keeps Search off and shows the hint under that field only; a good value
+// hides it again. An empty field keeps Search off without a hint.
+TEST(AdvancedSearchSheet, EachFieldIsCheckedStrictlyAndSaysWhy)
+{
+    PrinterDiscoveryEngine engine({});
+    AddPrintQueueSettings sheet(&engine, nullptr);
+    sheet.open();
+    EXPECT_FALSE(sheet.searchButton()->isEnabled());
+    const QList<QLabel*> hints{sheet.gatewayInvalidLabel(), sheet.subnetInvalidLabel(),
+                               sheet.ipAddressInvalidLabel()};
+    const auto shown = [&] {
+        QList<bool> visible;
+        for (QLabel* hint : hints)
+            visible.append(hint->isVisibleTo(&sheet));
+        return visible;
+    };
+    EXPECT_EQ(shown(), QList<bool>({false, false, false}));
+
+    const struct
+    {
+        QLineEdit* field;
+        QString good;
+        QList<bool> hintWhenBad;
+    } fields[] = {
+        {sheet.gatewayTextField(), u"192.168.5.0"_s, {true, false, false}},
+        {sheet.subnetTextField(), u"255.255.255.0"_s, {false, true, false}},
+        {sheet.ipAddressTextField(), u"10.0.0.9"_s, {false, false, true}},
+    };
+    // The other field of a subnet holds a good value, so only the one typed counts.
+    type(sheet.subnetTextField(), u"255.255.255.0"_s);
+    type(sheet.gatewayTextField(), u"192.168.5.0"_s);
+    for (const auto& f : fields) {
+        for (const QString& bad :
+             {u"10.x.y.z"_s, u"10.0.0.256"_s, u"tcp:h:161"_s, u"-v3"_s, u"010.0.0.1"_s}) {
+            SCOPED_TRACE((f.field->objectName() + u' ' + bad).toStdString());
+            type(f.field, bad);
+            EXPECT_FALSE(sheet.searchButton()->isEnabled());
+            EXPECT_EQ(shown(), f.hintWhenBad);
+        }
+        type(f.field, QString());
+        EXPECT_FALSE(sheet.searchButton()->isEnabled());
+        EXPECT_EQ(shown(), QList<bool>({false, false, false}));
+        type(f.field, f.good);
+        EXPECT_TRUE(sheet.searchButton()->isEnabled());
+        EXPECT_EQ(shown(), QList<bool>({false, false, false}));
+    }
+    // A bad subnet field stops mattering once the single address is chosen.
+    type(sheet.gatewayTextField(), u"10.x.y.z"_s);
+    EXPECT_EQ(shown(), QList<bool>({true, false, false}));
+    sheet.ipAddressRadioButton()->click();
+    EXPECT_TRUE(sheet.searchButton()->isEnabled());
+    EXPECT_EQ(shown(), QList<bool>({false, false, false}));
 }
 
 TEST(AdvancedSearchSheet, SearchHandsTheTargetToTheEngineAndCancelNothing)
@@ -126,9 +184,6 @@ TEST(SnmpStringsSheet, ClosingHandsTheStringsOnOnlyWithOk)
         QString getAfter, setAfter;                      // null: as before, and no file written
     } cases[] = {
         {u"secret"_s, {}, &SnmpStringsSheet::okButton, u"secret"_s, u"private"_s},
-        // Emptying a field disables OK until the other field is edited; the
-        // empty string is then passed on.
-        {u"secret"_s, u""_s, &SnmpStringsSheet::okButton, u"secret"_s, u""_s},
         {{}, {}, &SnmpStringsSheet::okButton, {}, {}}, // unchanged: nothing written
         {u"secret"_s, u"x"_s, &SnmpStringsSheet::cancelButton, {}, {}},
         {u"secret"_s, {}, nullptr, {}, {}},
@@ -213,11 +268,14 @@ TEST(SnmpStringsSheet, FailedSaveIsShownAndWrittenByTheNextOk)
     qunsetenv("XDG_CONFIG_HOME");
 }
 
-TEST(SnmpStringsSheet, OkFollowsTheTrimmedTextOfTheFieldBeingEdited)
+// OK is on only while both fields hold more than blanks, whichever field was
+// edited last; an empty community can never be handed on.
+TEST(SnmpStringsSheet, OkFollowsTheTrimmedTextOfBothFields)
 {
     PrinterDiscoveryEngine engine(kStrings);
     SnmpStringsSheet sheet(&engine, nullptr);
     sheet.showSNMPStringsSheet();
+    EXPECT_TRUE(sheet.okButton()->isEnabled());
     const struct
     {
         QLineEdit* field;
@@ -225,19 +283,32 @@ TEST(SnmpStringsSheet, OkFollowsTheTrimmedTextOfTheFieldBeingEdited)
         bool okEnabled;
     } steps[] = {
         {sheet.getTextField(), u"  \t"_s, false},
-        {sheet.setTextField(), u" x "_s, true}, // only the edited field counts
-        {sheet.setTextField(), u""_s, false},
+        {sheet.setTextField(), u" x "_s, false}, // the read community is still blank
         {sheet.getTextField(), u"p"_s, true},
+        {sheet.setTextField(), u""_s, false},
+        {sheet.getTextField(), u"q"_s, false}, // the write community is still empty
     };
     for (const auto& s : steps) {
         type(s.field, s.text);
         EXPECT_EQ(sheet.okButton()->isEnabled(), s.okEnabled) << s.text.toStdString();
     }
+    sheet.okButton()->click(); // disabled: nothing happens
+    EXPECT_TRUE(sheet.isVisible());
+    EXPECT_EQ(engine.writeCommunity(), u"private"_s);
+
     // Cancelled after edits: the next opening shows the engine's strings again.
     sheet.cancelButton()->click();
     sheet.showSNMPStringsSheet();
     EXPECT_EQ(sheet.getTextField()->text(), u"public"_s);
     EXPECT_EQ(sheet.setTextField()->text(), u"private"_s);
+    EXPECT_TRUE(sheet.okButton()->isEnabled());
+    sheet.cancelButton()->click();
+
+    // Checked at opening too: an engine that holds a blank community.
+    PrinterDiscoveryEngine blank({{snmpCommunityGetKey, u"public"_s}, {snmpCommunitySetKey, u" "_s}});
+    SnmpStringsSheet blankSheet(&blank, nullptr);
+    blankSheet.showSNMPStringsSheet();
+    EXPECT_FALSE(blankSheet.okButton()->isEnabled());
 }
 
 } // namespace

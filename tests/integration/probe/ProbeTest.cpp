@@ -124,6 +124,10 @@ TEST_F(ProbeTest, OutcomesAgainstRealPeers)
         {u"10.77.50"_s, ProbeResult::InvalidAddress, QString(), 0.5},
         {u"2nd-floor"_s, ProbeResult::InvalidAddress, QString(), 0.5},
         {u"10.x.y.z"_s, ProbeResult::InvalidAddress, QString(), 0.5},
+        // Octal to inet_aton (8.0.0.1), which would have been probed.
+        {u"010.77.50.20"_s, ProbeResult::InvalidAddress, QString(), 0.5},
+        {u"tcp:printer:161"_s, ProbeResult::InvalidAddress, QString(), 0.5},
+        {u"no-such-printer"_s, ProbeResult::InvalidAddress, QString(), 2.0}, // a name, looked up
     };
     const std::size_t count = std::size(cases);
 
@@ -229,11 +233,34 @@ TEST(ProbeRulesTest, ModelsAddressesAndPing)
 
     EXPECT_EQ(pingArguments(inet_addr("10.1.2.3")),
               (QStringList{u"ping"_s, u"-q"_s, u"-n"_s, u"-c"_s, u"1"_s, u"-w"_s, u"4"_s, u"10.1.2.3"_s}));
-    // Only /etc/hosts is consulted for these: no traffic.
-    EXPECT_EQ(resolveManualAddress(u"10.0.0.5"_s), inet_addr("10.0.0.5"));
-    EXPECT_EQ(resolveManualAddress(u"localhost"_s), inet_addr("127.0.0.1"));
-    for (const QString& text : {u""_s, u"0.1.2.3"_s, u"192.168.1.300"_s, u"-h"_s})
-        EXPECT_EQ(resolveManualAddress(text), std::nullopt) << text.toStdString();
+    // Four decimal octets are the address, a well-formed name is looked up
+    // (only /etc/hosts answers "localhost": no traffic), and anything else is
+    // no address. Only the name needs a lookup: a stop changes nothing for
+    // the others.
+    std::stop_source stopped;
+    stopped.request_stop();
+    const struct
+    {
+        QString text;
+        std::optional<uint32_t> address;
+    } addresses[] = {
+        {u"10.0.0.5"_s, inet_addr("10.0.0.5")},
+        {u"0.1.2.3"_s, inet_addr("0.1.2.3")},
+        {u"localhost"_s, inet_addr("127.0.0.1")},
+        {u""_s, std::nullopt},
+        {u"192.168.1.300"_s, std::nullopt},
+        {u"010.0.0.1"_s, std::nullopt},
+        {u"10.x.y.z"_s, std::nullopt},
+        {u"10.0.0.5 "_s, std::nullopt},
+        {u"tcp:h:161"_s, std::nullopt},
+        {u"-h"_s, std::nullopt},
+    };
+    for (const auto& a : addresses) {
+        EXPECT_EQ(resolveManualAddress(a.text), a.address) << a.text.toStdString();
+        if (a.text != u"localhost"_s) {
+            EXPECT_EQ(resolveManualAddress(a.text, stopped.get_token()), a.address) << a.text.toStdString();
+        }
+    }
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include "fixtures/NetworkSandbox.h"
 #include "fixtures/ScopedNetns.h"
 #include "fixtures/SnmpAgent.h"
+#include "foundation/PropertyList.h"
 #include "queue/QueueCreation.h"
 
 #include <gtest/gtest.h>
@@ -134,6 +135,42 @@ protected:
     QueueCreationSettings queueSettings() const
     {
         return QueueCreationSettings::fromPluginSettings(pluginSettings());
+    }
+
+    // talvo-printers ARGS... in the sandbox's client, with settings, user
+    // preferences and scheduler of this test, and the environment entries given.
+    // The common options go first, so ARGS may end with "--" and a value.
+    CommandResult runPrinters(const QStringList& arguments, const QStringList& environment = {}) const
+    {
+        return Subprocess::run(printersCommand(arguments), std::chrono::seconds(30),
+                               printersEnvironment() + environment);
+    }
+    QStringList printersCommand(const QStringList& arguments) const
+    {
+        const QString settings = folder() + QStringLiteral("/PluginSettings.plist");
+        EXPECT_TRUE(plist::writeXmlFile(settings, pluginSettings()));
+        return QStringList{QStringLiteral("ip"), QStringLiteral("netns"), QStringLiteral("exec"),
+                           network().sandbox.namespaceName(QStringLiteral("client")),
+                           QStringLiteral(TALVO_BIN_DIR "/talvo-printers")} +
+               printersOptions(settings) + arguments;
+    }
+    static QStringList printersOptions(const QString& settings)
+    {
+        return {QStringLiteral("--json"), QStringLiteral("--settings"), settings};
+    }
+    QStringList printersEnvironment() const
+    {
+        return {QStringLiteral("CUPS_SERVER=") + m_cups->socketPath(),
+                QStringLiteral("XDG_CONFIG_HOME=") + folder()};
+    }
+
+    // lpadmin -h SOCKET ARGS...: a queue of the user's own, made beside ours.
+    bool lpadmin(const QStringList& arguments) const
+    {
+        return Subprocess::run(
+                   QStringList{QStringLiteral("lpadmin"), QStringLiteral("-h"), m_cups->socketPath()} +
+                   arguments)
+            .succeeded();
     }
 
     QString lpstat(const QStringList& arguments) const

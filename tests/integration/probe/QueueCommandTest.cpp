@@ -4,7 +4,6 @@
 #include "ProbeTestSupport.h"
 #include "ScratchMount.h"
 
-#include "foundation/PropertyList.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -23,19 +22,9 @@ using test::CommandResult;
 class QueueCommandTest : public test::QueueTestBase
 {
 protected:
-    // talvo-printers ARGS... in the sandbox's client, with settings, user
-    // preferences and scheduler of this test, and the environment entries given.
     CommandResult run(const QStringList& arguments, const QStringList& environment = {}) const
     {
-        const QString settings = folder() + u"/PluginSettings.plist"_s;
-        EXPECT_TRUE(plist::writeXmlFile(settings, pluginSettings()));
-        return test::Subprocess::run(
-            QStringList{u"ip"_s, u"netns"_s, u"exec"_s, network().sandbox.namespaceName(u"client"_s),
-                        QStringLiteral(TALVO_BIN_DIR "/talvo-printers")} +
-                arguments + QStringList{u"--json"_s, u"--settings"_s, settings},
-            30s,
-            QStringList{u"CUPS_SERVER="_s + cups().socketPath(), u"XDG_CONFIG_HOME="_s + folder()} +
-                environment);
+        return runPrinters(arguments, environment);
     }
     static QJsonObject json(const CommandResult& r)
     {
@@ -63,7 +52,8 @@ TEST_F(QueueCommandTest, ExitCodesAndOutput)
         run({u"add"_s, u"--usb-uri"_s, u"usb://T/B"_s, u"--model"_s, u"Model Broken"_s});
     EXPECT_EQ(broken.exitCode, 1);
     EXPECT_TRUE(broken.standardError.contains("Unable to open PPD")) << broken.standardError.toStdString();
-    const CommandResult invalid = run({u"probe"_s, u"2nd-floor"_s});
+    // A well-formed name that does not resolve is an outcome, not a bad argument.
+    const CommandResult invalid = run({u"probe"_s, u"no-such-printer"_s});
     EXPECT_EQ(invalid.exitCode, 0);
     EXPECT_EQ(invalid.standardOutput, "{\"result\":\"invalid-address\"}\n");
 
@@ -94,6 +84,66 @@ TEST_F(QueueCommandTest, ExitCodesAndOutput)
                                  u"device for Talvo_Model_4000: usb://T/M\n"_s);
 }
 
+// Text that is neither four decimal octets nor a host name is refused where
+// it enters: exit 2, the value named (control characters escaped), and
+// nothing run. Every snmpget and ping started would be recorded by the
+// stand-ins put first in PATH; -v would show the probe starting.
+TEST_F(QueueCommandTest, AddressesThatAreNoAddressAreRefusedBeforeAnythingRuns)
+{
+    QTemporaryDir standIns;
+    ASSERT_TRUE(standIns.isValid());
+    const QString started = standIns.filePath(u"started"_s);
+    for (const QString& program : {u"snmpget"_s, u"ping"_s}) {
+        QFile script(standIns.filePath(program));
+        ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+        script.write("#!/bin/sh\necho \"$0 $*\" >> \"$(dirname \"$0\")/started\"\nexit 1\n");
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    const QStringList environment{u"PATH="_s + standIns.path() + u':' +
+                                  QString::fromLocal8Bit(qgetenv("PATH"))};
+
+    const struct
+    {
+        QString value;
+        QByteArray shown; // on standard error, between quotes
+    } cases[] = {
+        {u"10.x.y.z"_s, "10.x.y.z"},    {u"10.0.0.256"_s, "10.0.0.256"},
+        {u"tcp:h:161"_s, "tcp:h:161"},  {u"-v3"_s, "-v3"},
+        {u"010.0.0.1"_s, "010.0.0.1"},  {u"2nd-floor"_s, "2nd-floor"},
+        {u"a\x1b[2Jb"_s, "a\\x1b[2Jb"},
+    };
+    for (const auto& c : cases) {
+        for (const QStringList& arguments :
+             {QStringList{u"-v"_s, u"probe"_s, u"--"_s, c.value},
+              QStringList{u"-v"_s, u"ppd"_s, u"--model"_s, u"Model 4000"_s, u"--address="_s + c.value}}) {
+            SCOPED_TRACE(arguments.join(u' ').toStdString());
+            const CommandResult r = run(arguments, environment);
+            EXPECT_EQ(r.exitCode, 2);
+            EXPECT_TRUE(r.standardError.contains("\"" + c.shown + "\" is neither an IPv4 address"))
+                << r.describe().toStdString();
+            EXPECT_FALSE(r.standardError.contains("\x1b"));
+            EXPECT_FALSE(r.standardError.contains("testForPrinterAtAddress started"));
+            EXPECT_TRUE(r.standardOutput.isEmpty()) << r.standardOutput.toStdString();
+            EXPECT_FALSE(QFile::exists(started));
+        }
+    }
+    // Typed plainly, "-v3" is read as options; refused all the same.
+    for (const QStringList& arguments :
+         {QStringList{u"probe"_s, u"-v3"_s},
+          QStringList{u"ppd"_s, u"--model"_s, u"Model 4000"_s, u"--address"_s, u"-v3"_s}}) {
+        EXPECT_EQ(run(arguments, environment).exitCode, 2) << arguments.join(u' ').toStdString();
+    }
+    // A name that does not resolve cannot be asked for the PPD's answers.
+    const CommandResult unresolved =
+        run({u"ppd"_s, u"--model"_s, u"Model 4000"_s, u"--address"_s, u"no-such-printer"_s}, environment);
+    EXPECT_EQ(unresolved.exitCode, 2);
+    EXPECT_TRUE(unresolved.standardError.contains("\"no-such-printer\" is a host name that does not resolve"))
+        << unresolved.describe().toStdString();
+    QFile record(started);
+    EXPECT_FALSE(record.exists()) << (record.open(QIODevice::ReadOnly) ? record.readAll().toStdString() : "");
+}
+
 // A PPD reported as written is on disk. A full disk, a device as the output
 // or a full temporary folder is an error naming the file; the old file stays
 // whole, the device stays a device, and no queue is made from an empty PPD.
@@ -107,7 +157,9 @@ TEST_F(QueueCommandTest, PpdIsWrittenWholeOrNotAtAll)
     const QStringList ppd{u"ppd"_s,       u"--model"_s,     u"Model 4000"_s,
                           u"--address"_s, u"10.77.51.20"_s, u"--output"_s};
 
-    ASSERT_EQ(run(ppd + QStringList{output}).exitCode, 0);
+    const CommandResult first = run(ppd + QStringList{output});
+    ASSERT_EQ(first.exitCode, 0) << first.describe().toStdString();
+    EXPECT_EQ(json(first)[u"address"_s], u"10.77.51.20"_s);
     QFile written(output);
     ASSERT_TRUE(written.open(QIODevice::ReadOnly));
     const QByteArray whole = written.readAll();

@@ -130,7 +130,9 @@ TEST_F(QueueCreationTest, FailuresComeBackWithLpadminsTextAndPublishNothing)
           u"URI"_s);
     EXPECT_TRUE(lpstat({u"-v"_s}).isEmpty());
     cups().stop();
-    check(usbPrinterDict(u"usb://T/M"_s, u"Model 4000"_s), QueueError::LpadminFailed, u"Unable to connect"_s);
+    // Without a scheduler to ask which names are taken, nothing is tried.
+    check(usbPrinterDict(u"usb://T/M"_s, u"Model 4000"_s), QueueError::SchedulerUnknown,
+          u"cannot ask the print scheduler"_s);
 }
 
 TEST_F(QueueCreationTest, StopEndsTheCreationWithoutACompletionOrAQueue)

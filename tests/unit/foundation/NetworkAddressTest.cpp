@@ -7,6 +7,8 @@
 namespace talvo {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 struct AddressCase
 {
     const char* text;
@@ -56,6 +58,47 @@ TEST(StrictAddress, AcceptsFourDecimalOctetsOnly)
         EXPECT_FALSE(parseIPv4Address(bad)) << QString::fromUtf16(bad).toStdString();
     EXPECT_FALSE(parseIPv4Address(QStringView(u"10.0.0.1\0x", 10)));
 }
+
+struct HostNameCase
+{
+    QString text;
+    bool hostName;
+};
+
+void PrintTo(const HostNameCase& c, std::ostream* os)
+{
+    *os << '"' << c.text.toStdString() << '"';
+}
+
+class HostNameTextTest : public testing::TestWithParam<HostNameCase>
+{};
+
+TEST_P(HostNameTextTest, AcceptsWellFormedNamesThatBeginWithALetter)
+{
+    EXPECT_EQ(isHostNameText(GetParam().text), GetParam().hostName);
+}
+
+const QString kLabel63 = QString(63, u'a');
+
+INSTANTIATE_TEST_SUITE_P(
+    Typed, HostNameTextTest,
+    testing::Values(
+        HostNameCase{u"printer-a"_s, true}, HostNameCase{u"office.lan"_s, true}, HostNameCase{u"P"_s, true},
+        HostNameCase{u"a1.b-2.C3"_s, true}, HostNameCase{u"a.0"_s, true}, HostNameCase{kLabel63, true},
+        HostNameCase{kLabel63 + u"a"_s, false},
+        // 253 characters in four labels is the longest name; 255 is too long.
+        HostNameCase{kLabel63 + u'.' + kLabel63 + u'.' + kLabel63 + u'.' + QString(61, u'b'), true},
+        HostNameCase{kLabel63 + u'.' + kLabel63 + u'.' + kLabel63 + u'.' + QString(63, u'b'), false},
+        // A digit first: a mistyped address, never looked up as a name.
+        HostNameCase{u"10.x.y.z"_s, false}, HostNameCase{u"10.0.0.1"_s, false},
+        HostNameCase{u"2nd-floor"_s, false},
+        // What a program would read as a transport or an option.
+        HostNameCase{u"tcp:h:161"_s, false}, HostNameCase{u"-v3"_s, false}, HostNameCase{u"a-.b"_s, false},
+        HostNameCase{u"a.-b"_s, false}, HostNameCase{u"a-"_s, false}, HostNameCase{u"a..b"_s, false},
+        HostNameCase{u"a."_s, false}, HostNameCase{u".a"_s, false}, HostNameCase{u"a_b"_s, false},
+        HostNameCase{u""_s, false}, HostNameCase{u"a b"_s, false}, HostNameCase{u" a"_s, false},
+        HostNameCase{u"a\n"_s, false}, HostNameCase{u"dr\u00fccker"_s, false},
+        HostNameCase{QString::fromUtf16(u"a\0b", 3), false}, HostNameCase{u"a/b"_s, false}));
 
 TEST(InetAddressText, RoundTripsThroughNetworkOrder)
 {

@@ -22,6 +22,8 @@
 namespace talvo {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 void writeBytes(const QString& path, const QByteArray& bytes)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
@@ -104,6 +106,43 @@ TEST_F(SettingsTest, UserPreferencesOverrideDiscoverySettingsKeyByKey)
     EXPECT_EQ(settings->value(kDiscoverySettingsKey).toMap(), expected);
     EXPECT_FALSE(settings->contains(QStringLiteral("extra")));
     EXPECT_EQ(settings->value(kSupportedPrintersKey), shipped().value(kSupportedPrintersKey));
+}
+
+// An empty or blank community in the user's file is dropped with one log
+// line each; the other entries of the file still count.
+TEST_F(SettingsTest, BlankCommunityInPreferencesKeepsTheShippedOne)
+{
+    const struct
+    {
+        const char* what;
+        QVariant get, set; // invalid: not in the file
+        QString getAfter, setAfter;
+        int logLines;
+    } cases[] = {
+        {"both empty", QString(), QString(), u"public"_s, u"private"_s, 2},
+        {"blank get", u" \t\n"_s, u"s3t"_s, u"public"_s, u"s3t"_s, 1},
+        {"blank set", u"g3t"_s, u"  "_s, u"g3t"_s, u"private"_s, 1},
+        {"a list is no community", QVariantList{}, {}, u"public"_s, u"private"_s, 1},
+        {"usable, with blanks around", u" g "_s, u"s"_s, u" g "_s, u"s"_s, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        QVariantMap prefs{{useBonjourKey, false}};
+        if (c.get.isValid())
+            prefs.insert(snmpCommunityGetKey, c.get);
+        if (c.set.isValid())
+            prefs.insert(snmpCommunitySetKey, c.set);
+        writePrefs(prefs);
+        test::LogCapture log;
+        const auto settings = getSettingsDict(m_settingsFile);
+        ASSERT_TRUE(settings);
+        const QVariantMap discovery = settings->value(kDiscoverySettingsKey).toMap();
+        EXPECT_EQ(discovery.value(snmpCommunityGetKey), c.getAfter);
+        EXPECT_EQ(discovery.value(snmpCommunitySetKey), c.setAfter);
+        EXPECT_EQ(discovery.value(useBonjourKey), false);
+        EXPECT_EQ(log.lines().filter(u"the shipped value is used"_s).size(), c.logLines)
+            << log.lines().join(u'\n').toStdString();
+    }
 }
 
 TEST_F(SettingsTest, UnusableUserFileLeavesSettingsUnmerged)

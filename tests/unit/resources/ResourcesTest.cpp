@@ -43,7 +43,8 @@ const char* const kTexts[] = {
     "IP Address Label", "Subnet Label", "Search Button Title", "Cancel Button Title", "Advanced Sheet Title",
     "SNMP Get Community Label", "SNMP Set Community Label", "OK", "SNMP Sheet Title", "WizardTitle",
     "WelcomeTitle", "WelcomeText", "ClosingTitle", "ClosingText", "ClosingNoQueueText", "Queue Name",
-    "Printer Model", "Device URI", "Print Test Page", "TestPageSent", "TestPageFailed"};
+    "Printer Model", "Device URI", "Print Test Page", "TestPageSent", "TestPageFailed", "Save List Failed",
+    "Preferences Not Saved", "WaitTitle", "WaitText", "AdvancedAddressInvalid"};
 // clang-format on
 const std::map<std::string_view, int> kArguments{
     {"CreatedPrintQueue", 3}, {"CheckingAddress", 1},     {"No Device", 1},    {"No Printer", 1},

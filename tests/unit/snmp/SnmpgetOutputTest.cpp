@@ -1,5 +1,7 @@
 #include "snmp/SnmpgetFallback.h"
 
+#include "LogCapture.h"
+
 #include <gtest/gtest.h>
 
 namespace talvo {
@@ -32,6 +34,10 @@ TEST(SnmpgetOutput, ValuesComeBackAsThePrinterSentThem)
         // printed real bytes 0x41 0x42 as "AB", so this is the printer's text.
         {"hex-looking text", "\"41 42 \"\n", QStringLiteral("41 42 ")},
         {"string over two lines", "\"first\nsecond\"\n", QStringLiteral("first\nsecond")},
+        // Found by fuzzing: a NUL at the end is printed in hex like any other
+        // byte, and hex never ends in a blank line.
+        {"NUL at the end", "\"54 61 6C 76 6F 00 \"\n", QStringLiteral("Talvo") + QChar(0)},
+        {"hex-looking text over a blank line", "\"11 \n\n\"\n", QStringLiteral("11 \n\n")},
         {"U+0001 alone means empty", "\"01 \"\n", QString()},
         {"nothing", "", std::nullopt},
         {"unterminated quote", "\"cut off", std::nullopt},
@@ -70,6 +76,28 @@ TEST(SnmpgetArguments, OneVectorPerVersionAndNoneForTheRest)
     // A "host" that snmpget would read as an option never reaches it.
     EXPECT_TRUE(snmpget::arguments(snmpget::kVersion1, QStringLiteral("public"), QStringLiteral("-Dall"), oid)
                     .isEmpty());
+}
+
+// "-c" with nothing after it would make snmpget read "-v1" as the community.
+// SNMPv3 carries no community, so it is asked whatever the community is.
+TEST(SnmpgetArguments, NoSnmpv1WithoutACommunity)
+{
+    const QString host = QStringLiteral("10.0.0.5");
+    const QString oid = QStringLiteral(".1.3.6.1.2.1.1.5.0");
+    for (const QString& community : {QString(), QStringLiteral(""), QStringLiteral(" \t")}) {
+        EXPECT_FALSE(snmpget::isUsableCommunity(community));
+        EXPECT_TRUE(snmpget::arguments(snmpget::kVersion1, community, host, oid).isEmpty());
+        EXPECT_FALSE(snmpget::arguments(snmpget::kVersion3SHA, community, host, oid).isEmpty());
+    }
+    EXPECT_TRUE(snmpget::isUsableCommunity(QStringLiteral(" x ")));
+
+    // Loopback: should the refusal ever fail, nothing leaves the machine.
+    test::LogCapture log;
+    int version = snmpget::kVersion1;
+    EXPECT_FALSE(doSNMPQueryOn(QStringLiteral("127.0.0.1"), QString(), oid, version));
+    EXPECT_EQ(version, snmpget::kVersion1);
+    EXPECT_TRUE(log.lines().contains(QStringLiteral("No SNMPv1 community to ask with: snmpget is not run")))
+        << log.lines().join(u'\n').toStdString();
 }
 
 } // namespace
