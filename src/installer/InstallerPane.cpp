@@ -28,6 +28,14 @@ void InstallerPane::setNextEnabled(bool enabled)
     Q_EMIT completeChanged();
 }
 
+void InstallerPane::setBusy(bool busy)
+{
+    if (m_busy == busy)
+        return;
+    m_busy = busy;
+    Q_EMIT busyChanged(busy);
+}
+
 void InstallerPane::gotoNextPane()
 {
     if (m_validating) {

@@ -39,6 +39,12 @@ public:
     void setNextEnabled(bool enabled);
     bool isNextEnabled() const { return m_nextEnabled; }
 
+    // Work that must not be cut short (a queue being created): while a pane
+    // is busy the wizard disables Back and Cancel, and closing the window
+    // asks the user to wait instead of closing.
+    void setBusy(bool busy);
+    bool isBusy() const { return m_busy; }
+
     // Moves the wizard to the next page without asking shouldExitPane again.
     // Called from within shouldExitPane, the move waits for the event loop so
     // that the wizard is not switched in the middle of its own validation.
@@ -53,8 +59,12 @@ public:
     bool validatePage() override;
     bool isComplete() const override;
 
+Q_SIGNALS:
+    void busyChanged(bool busy);
+
 private:
     bool m_nextEnabled = true;
+    bool m_busy = false;
     bool m_skipExitCheck = false;
     bool m_validating = false;
 };

@@ -3,7 +3,10 @@
 #include "installer/ClosingPage.h"
 #include "installer/InstallerPane.h"
 
+#include <QAbstractButton>
+#include <QCloseEvent>
 #include <QLabel>
+#include <QMessageBox>
 #include <QVBoxLayout>
 
 namespace talvo {
@@ -39,6 +42,8 @@ WizardTexts WizardTexts::fromLookup(const std::function<QString(const char*)>& l
     texts.printTestPage = lookup("Print Test Page");
     texts.testPageSent = lookup("TestPageSent");
     texts.testPageFailed = lookup("TestPageFailed");
+    texts.waitTitle = lookup("WaitTitle");
+    texts.waitText = lookup("WaitText");
     return texts;
 }
 
@@ -60,7 +65,56 @@ InstallerWizard::InstallerWizard(WizardTexts texts, QWidget* parent)
 
 int InstallerWizard::addPane(InstallerPane* pane)
 {
-    return addPage(pane);
+    const int id = addPage(pane);
+    connect(pane, &InstallerPane::busyChanged, this, &InstallerWizard::applyBusyState);
+    // QWizard sets its buttons afresh whenever a page's completeness
+    // changes; this connection comes after its own, so it has the last word.
+    connect(pane, &QWizardPage::completeChanged, this, &InstallerWizard::applyBusyState);
+    return id;
+}
+
+bool InstallerWizard::isCurrentPaneBusy() const
+{
+    const auto* pane = qobject_cast<const InstallerPane*>(currentPage());
+    return pane && pane->isBusy();
+}
+
+void InstallerWizard::applyBusyState()
+{
+    const bool busy = isCurrentPaneBusy();
+    if (busy) {
+        button(QWizard::BackButton)->setEnabled(false);
+        button(QWizard::CancelButton)->setEnabled(false);
+        return;
+    }
+    button(QWizard::CancelButton)->setEnabled(true);
+    button(QWizard::BackButton)->setEnabled(visitedIds().size() > 1);
+}
+
+void InstallerWizard::askToWait()
+{
+    auto* wait =
+        new QMessageBox(QMessageBox::Information, m_texts.waitTitle, m_texts.waitText, QMessageBox::Ok, this);
+    wait->setObjectName(QStringLiteral("waitForPaneAlert"));
+    wait->setAttribute(Qt::WA_DeleteOnClose);
+    wait->setWindowModality(Qt::WindowModal);
+    wait->open();
+}
+
+void InstallerWizard::reject()
+{
+    if (isCurrentPaneBusy())
+        return askToWait();
+    QWizard::reject();
+}
+
+void InstallerWizard::closeEvent(QCloseEvent* event)
+{
+    if (isCurrentPaneBusy()) {
+        event->ignore();
+        return askToWait();
+    }
+    QWizard::closeEvent(event);
 }
 
 int InstallerWizard::addClosingPage()

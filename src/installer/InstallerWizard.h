@@ -41,6 +41,9 @@ struct WizardTexts
     QString testPageSent = QStringLiteral("A test page was sent to %1.");       // "TestPageSent", %1 queue
     QString testPageFailed =
         QStringLiteral("The test page could not be printed: %1"); // "TestPageFailed", %1 error
+    QString waitTitle = QStringLiteral("Please Wait");            // "WaitTitle"
+    QString waitText = QStringLiteral("The print queue is being created. "
+                                      "The window can be closed when it is done."); // "WaitText"
 
     // Each text from `lookup` called with the key named beside it above.
     static WizardTexts fromLookup(const std::function<QString(const char*)>& lookup);
@@ -66,8 +69,20 @@ public:
     QVariantMap& sharedDictionary() { return m_sharedDictionary; }
     const QVariantMap& sharedDictionary() const { return m_sharedDictionary; }
 
+    // True while the current page is a busy pane (see InstallerPane::setBusy).
+    bool isCurrentPaneBusy() const;
+
+    // QWizard: Cancel and Escape wait for a busy pane.
+    void reject() override;
+
+protected:
+    // Closing the window waits for a busy pane too.
+    void closeEvent(QCloseEvent* event) override;
+
 private:
     void reportBackwardEntry(int pageId);
+    void applyBusyState();
+    void askToWait();
 
     WizardTexts m_texts;
     QVariantMap m_sharedDictionary;

@@ -108,6 +108,12 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
             &TalvoAddPrintQueuePane::controlTextDidChange);
     connect(m_ui->printerModelSelectMenu, &PopUpModelMenu::willPopUp, this,
             &TalvoAddPrintQueuePane::printerModelSelectedPopupClicked);
+    // A model chosen with the arrow keys or the wheel counts as much as one
+    // chosen from the opened menu: the title goes as soon as it is left.
+    connect(m_ui->printerModelSelectMenu, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (index > 0)
+            printerModelSelectedPopupClicked();
+    });
 
     m_validateTimer.setSingleShot(true);
     m_validateTimer.setInterval(1000);
@@ -199,7 +205,6 @@ void TalvoAddPrintQueuePane::createEngine()
             &TalvoAddPrintQueuePane::disconnectedUSBPrinter);
     connect(m_engine, &PrinterDiscoveryEngine::printerBeaconed, this,
             &TalvoAddPrintQueuePane::handleBeaconedPrinter);
-    m_engine->addSubnetsForInterfaces();
 }
 
 void TalvoAddPrintQueuePane::didEnterPane(Direction)
@@ -212,8 +217,13 @@ void TalvoAddPrintQueuePane::didEnterPane(Direction)
     m_ui->addressTextField->setText(addressLabel.endsWith(u':') ? addressLabel.chopped(1) : addressLabel);
     m_ui->selectModelLabel->setText(tx("Select Printer Model"));
 
+    // A probe still running from an earlier visit would redraw the display
+    // for an address the field no longer holds.
+    stopManualWork();
     if (!m_engine)
         createEngine();
+    // Read on every entry: a network joined since the last one is searched too.
+    m_engine->addSubnetsForInterfaces();
     m_engine->startDiscovery();
     setMode(DiscoveredMode);
     setManualPrinterDisplayMode(manualAddEmptyAddress, std::nullopt, {});
@@ -306,6 +316,19 @@ void TalvoAddPrintQueuePane::handleBeaconedPrinter(QVariantMap printer)
     qCInfo(lcPane).noquote() << u"TalvoAddPrintQueuePane: printer Beaconed: %1"_s.arg(
         printer.value(kIPAddrStrKey).toString());
     m_presentation->addImageToPrinterDict(printer);
+    // The engine ends its walkup session with each selection. While the user
+    // stays in walkup mode, another printer may be selected at its panel
+    // during this creation, so a new session starts at once.
+    if (m_engine && m_selectPrinterMode == WalkupMode)
+        m_engine->setWalkupEnabled(true);
+    const QString address = printer.value(kIPAddrStrKey).toString();
+    if (m_creating) {
+        // Not lost: made next if the running creation fails. The printer
+        // being made, selected once more, is not made twice.
+        if (address != m_creatingAddress)
+            m_pendingBeaconed = std::move(printer);
+        return;
+    }
     createPrintQueueForPrinter(std::move(printer));
 }
 
@@ -426,6 +449,7 @@ void TalvoAddPrintQueuePane::createPrintQueueForPrinter(QVariantMap printer)
     if (m_engine)
         settings.community = m_engine->readCommunity();
     m_creator = std::make_unique<QueueCreator>(std::move(settings));
+    m_creatingAddress = printer.value(kIPAddrStrKey).toString();
     // Printer icons are widgets' business: the worker gets the data only.
     printer.remove(kPrinterIconImgKey);
     printer.remove(kPrinterPresentationStrKey);
@@ -439,28 +463,47 @@ void TalvoAddPrintQueuePane::createPrintQueueForPrinter(QVariantMap printer)
         qCWarning(lcPane) << "the queue creation could not be started";
         return;
     }
-    setBusy(true);
+    showCreating(true);
 }
 
-void TalvoAddPrintQueuePane::setBusy(bool busy)
+void TalvoAddPrintQueuePane::showCreating(bool creating)
 {
-    m_creating = busy;
-    m_ui->queueProgressIndicator->setVisible(busy);
-    m_ui->queueProgressLabel->setVisible(busy);
-    m_ui->queueProgressLabel->setText(busy ? tx("Creating Print Queue") : QString());
-    m_ui->createModeTabView->setEnabled(!busy);
+    m_creating = creating;
+    m_ui->queueProgressIndicator->setVisible(creating);
+    m_ui->queueProgressLabel->setVisible(creating);
+    m_ui->queueProgressLabel->setText(creating ? tx("Creating Print Queue") : QString());
+    m_ui->createModeTabView->setEnabled(!creating);
     for (QWidget* control :
          {static_cast<QWidget*>(m_ui->walkupButton), static_cast<QWidget*>(m_ui->discoverButton),
-          static_cast<QWidget*>(m_ui->manualButton), static_cast<QWidget*>(m_ui->snmpButton)})
-        control->setEnabled(!busy);
-    setNextEnabled(!busy && m_selectPrinterMode != WalkupMode);
+          static_cast<QWidget*>(m_ui->manualButton), static_cast<QWidget*>(m_ui->snmpButton),
+          static_cast<QWidget*>(m_ui->advancedButton), static_cast<QWidget*>(m_ui->saveListButton),
+          static_cast<QWidget*>(m_ui->loadListButton)})
+        control->setEnabled(!creating);
+    setNextEnabled(!creating && m_selectPrinterMode != WalkupMode);
+    // Back and Cancel too, in the wizard's own buttons.
+    setBusy(creating);
+}
+
+void TalvoAddPrintQueuePane::resumeSearch()
+{
+    // The engine was stopped when the creation began; the user is back to
+    // choosing, so the list grows again and walkup answers again.
+    if (!m_engine)
+        return;
+    m_engine->startDiscovery();
+    m_engine->setWalkupEnabled(m_selectPrinterMode == WalkupMode);
 }
 
 void TalvoAddPrintQueuePane::queueCreated(const QueueCreationResult& result)
 {
-    setBusy(false);
+    showCreating(false);
     if (result.ok()) {
-        setInstalledPrinter(result.printer);
+        m_pendingBeaconed.reset();
+        // Later pages show the printer as the list did: icon and text too.
+        QVariantMap presented = result.printer;
+        m_presentation->addImageToPrinterDict(presented);
+        m_presentation->addDisplayTextToPrinterDict(presented);
+        setInstalledPrinter(presented);
         // Rich text only for the text's own line breaks; every value is escaped.
         const auto value = [&](QLatin1StringView key) {
             return result.printer.value(key).toString().toHtmlEscaped();
@@ -484,6 +527,7 @@ void TalvoAddPrintQueuePane::queueCreated(const QueueCreationResult& result)
     QString message;
     switch (result.error) {
     case QueueError::LpadminFailed:
+    case QueueError::SchedulerUnknown:
         message = tx("LpAdminErrorMessage");
         break;
     case QueueError::PPDNotFound:
@@ -495,6 +539,7 @@ void TalvoAddPrintQueuePane::queueCreated(const QueueCreationResult& result)
     }
     if (result.error == QueueError::Stopped)
         return;
+    resumeSearch();
     QMessageBox* alert = makeSheet(u"queueFailedAlert"_s, tx("Queue Creation Failed"), message);
     alert->setIcon(QMessageBox::Critical);
     alert->setStandardButtons(QMessageBox::Ok);
@@ -503,6 +548,11 @@ void TalvoAddPrintQueuePane::queueCreated(const QueueCreationResult& result)
         alert->setInformativeText(u"<p>%1</p>"_s.arg(result.errorText.toHtmlEscaped()));
     alert->open();
     Q_EMIT queueCreationFinished(false, result.errorText);
+    if (m_pendingBeaconed) {
+        QVariantMap next = std::move(*m_pendingBeaconed);
+        m_pendingBeaconed.reset();
+        createPrintQueueForPrinter(std::move(next));
+    }
 }
 
 void TalvoAddPrintQueuePane::setInstalledPrinter(const QVariantMap& printer)

@@ -152,7 +152,8 @@ private:
     void checkNameInBackground(std::function<QVariantMap(std::stop_token)> work,
                                std::function<void(const QVariantMap&)> done);
 
-    void setBusy(bool busy);
+    void showCreating(bool creating);
+    void resumeSearch();
     void queueCreated(const QueueCreationResult& result);
     void queueAckDidEnd();
     void noQueueAckDidEnd(bool selectPrinter);
@@ -194,7 +195,11 @@ private:
     // Queue creation.
     std::unique_ptr<QueueCreator> m_creator;
     bool m_creating = false;
+    QString m_creatingAddress; // of the printer whose queue is being made
     QVariantMap m_installedPrinter;
+    // A printer selected at its panel while another queue was being created:
+    // its queue is made next, unless the first creation succeeded.
+    std::optional<QVariantMap> m_pendingBeaconed;
 };
 
 } // namespace talvo

@@ -4,6 +4,7 @@
 
 #include "EventLoop.h"
 #include "LogCapture.h"
+#include "ScratchMount.h"
 #include "discovery/BroadcastPacket.h"
 #include "discovery/PrinterDiscoveryEngine.h"
 #include "fixtures/CupsServer.h"
@@ -19,6 +20,7 @@
 #include "pane/PrinterListModel.h"
 #include "pane/SnmpStringsSheet.h"
 #include "pane/TalvoAddPrintQueuePane.h"
+#include "queue/QueueCreation.h"
 
 #include <gtest/gtest.h>
 
@@ -87,6 +89,7 @@ struct World
         // The walkup printer lives on a host of its own: a simulator binds the
         // discovery port of its whole host.
         sandbox.addHost(u"panel"_s, u"10.77.61.23/24"_s);
+        sandbox.addHost(u"panel2"_s, u"10.77.61.24/24"_s);
         // A hostile host on the same LAN.
         sandbox.addHost(u"flooder"_s, u"10.77.61.30/24"_s);
         // Two supported printers that answer discovery (one of them twice per
@@ -221,27 +224,54 @@ TEST_F(PaneTest, DiscoveredPrintersAreListedOnceAndContinueCreatesTheChosenQueue
     }
 
     // Continue with the Model 8560 selected; the window keeps handling events
-    // while the queue is made.
+    // while the queue is made. The user has a queue of the printer's name
+    // already: it stays as it was, and ours is named after it.
     auto* view = child<QListView>("discPrintersListView");
-    view->setCurrentIndex(
-        m_pane->printerList()->index(static_cast<int>(listedAddresses().indexOf(u"10.77.61.21"_s))));
+    const int chosen = static_cast<int>(listedAddresses().indexOf(u"10.77.61.21"_s));
+    view->setCurrentIndex(m_pane->printerList()->index(chosen));
+    const QString usersQueue =
+        m_pane->printerList()->printers().value(chosen).value(kCUPSQueueNameKey).toString();
+    ASSERT_FALSE(usersQueue.isEmpty());
+    ASSERT_TRUE(test::Subprocess::run({u"lpadmin"_s, u"-h"_s, m_cups->socketPath(), u"-p"_s, usersQueue,
+                                       u"-E"_s, u"-v"_s, u"socket://192.0.2.9"_s})
+                    .succeeded());
     int ticks = 0;
     bool sawBusy = false;
+    bool leavingWasPossible = false;
     QTimer ticker;
     QObject::connect(&ticker, &QTimer::timeout, [&] {
-        sawBusy = sawBusy || m_pane->isCreatingQueue();
-        ticks += m_pane->isCreatingQueue();
+        if (!m_pane->isCreatingQueue())
+            return;
+        sawBusy = true;
+        ++ticks;
+        leavingWasPossible = leavingWasPossible || m_wizard->button(QWizard::BackButton)->isEnabled() ||
+                             m_wizard->button(QWizard::CancelButton)->isEnabled();
+        if (ticks == 1) {
+            m_wizard->reject(); // Escape, or Cancel if it could be pressed
+            m_wizard->close();
+        }
     });
     ticker.start(10);
     m_wizard->next();
     EXPECT_EQ(m_wizard->currentPage(), m_pane) << "the pane leaves only through the sheet";
     ASSERT_TRUE(waitForSheet("queueCreatedSheet")) << "no success sheet";
     EXPECT_TRUE(sawBusy && ticks > 0) << "the event loop stood still while the queue was created";
+    EXPECT_FALSE(leavingWasPossible) << "Back or Cancel was enabled while lpadmin ran";
+    EXPECT_TRUE(m_wizard->isVisible()) << "closed while the queue was being created";
+    if (auto* wait = m_wizard->findChild<QMessageBox*>(u"waitForPaneAlert"_s))
+        wait->accept();
+    else
+        ADD_FAILURE() << "closing did not ask to wait";
+    EXPECT_TRUE(m_wizard->button(QWizard::BackButton)->isEnabled());
 
     const QVariantMap installed = installedPrinter();
     const QString queue = installed.value(kCUPSQueueNameKey).toString();
+    EXPECT_EQ(queue, usersQueue + u"_2"_s);
+    EXPECT_TRUE(visibleSheet("queueCreatedSheet")->text().contains(queue));
     EXPECT_EQ(installed.value(kIPAddrStrKey), u"10.77.61.21"_s);
     EXPECT_TRUE(queues().contains(queue + u":"_s)) << queues().toStdString();
+    EXPECT_TRUE(queues().contains(u"device for "_s + usersQueue + u": socket://192.0.2.9\n"_s))
+        << queues().toStdString();
     // The queue's PPD carries the options the printer reported installed.
     QFile ppd(m_cups->storedPpdPath(queue));
     ASSERT_TRUE(ppd.open(QIODevice::ReadOnly)) << ppd.fileName().toStdString();
@@ -277,6 +307,49 @@ TEST_F(PaneTest, AFailingLpadminIsShownWithItsTextAndThePaneStaysAsItWas)
     EXPECT_EQ(view->currentIndex().row(), 0);
     EXPECT_TRUE(m_pane->isComplete()) << "Continue stays usable";
     EXPECT_TRUE(installedPrinter().isEmpty());
+
+    // The search goes on: a printer that appears now is listed.
+    EXPECT_TRUE(m_pane->discoveryEngine()->discoveryStarted());
+    const PrinterSim late =
+        startSim(s_world->sandbox, u"panel2"_s, {u"model=Model 4000,address=10.77.61.24"_s});
+    ASSERT_TRUE(late.ready()) << late.failure().toStdString();
+    EXPECT_TRUE(processEventsUntil([&] { return listedAddresses().contains(u"10.77.61.24"_s); }, 15s));
+}
+
+// The user selects a second printer at its panel while the first one's queue
+// is being made, and that creation fails: the second is made next.
+TEST_F(PaneTest, AWalkupSelectionDuringACreationIsMadeNext)
+{
+    test::ScratchMount scratch(64 * 1024);
+    ASSERT_TRUE(scratch.ready()) << scratch.failure().toStdString();
+    QFile standIn(scratch.filePath(u"lpadmin"_s));
+    ASSERT_TRUE(standIn.open(QIODevice::WriteOnly));
+    standIn.write("#!/bin/sh\nsleep 4\necho 'lpadmin: the stand-in refuses' >&2\nexit 1\n");
+    standIn.close();
+    ASSERT_TRUE(standIn.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+    ASSERT_TRUE(scratch.bindOver(QLatin1StringView(kLpadminProgram), u"lpadmin"_s));
+
+    const PrinterSim first =
+        startSim(s_world->sandbox, u"panel"_s, {u"model=Model 6500,address=10.77.61.23,reply=silent"_s},
+                 {u"--walkup"_s, u"printer=10.77.61.23,to=10.77.61.10,select=0.5"_s});
+    const PrinterSim second =
+        startSim(s_world->sandbox, u"panel2"_s, {u"model=Model 4000,address=10.77.61.24,reply=silent"_s},
+                 {u"--walkup"_s, u"printer=10.77.61.24,to=10.77.61.10,select=2.5"_s});
+    ASSERT_TRUE(first.ready() && second.ready())
+        << first.failure().toStdString() << second.failure().toStdString();
+    test::LogCapture log;
+    int failures = 0;
+    QObject::connect(m_pane, &TalvoAddPrintQueuePane::queueCreationFinished,
+                     [&](bool created, const QString&) { failures += !created; });
+    child<QAbstractButton>("walkupButton")->click();
+    ASSERT_TRUE(processEventsUntil([&] { return failures == 2; }, 30s))
+        << failures << " creations failed; " << log.lines().join(u'\n').toStdString();
+    const QStringList lines = log.lines();
+    const auto started = [&](const QString& address) {
+        return lines.indexOf(u"createPrintQueueForPrinter: "_s + address);
+    };
+    EXPECT_GE(started(u"10.77.61.23"_s), 0);
+    EXPECT_GT(started(u"10.77.61.24"_s), started(u"10.77.61.23"_s));
 }
 
 TEST_F(PaneTest, ManualAddressIsProbedAfterTypingStopsAndAnOtherModelCanBeChosen)
@@ -329,10 +402,11 @@ TEST_F(PaneTest, ManualAddressIsProbedAfterTypingStopsAndAnOtherModelCanBeChosen
     processEventsFor(200ms);
     EXPECT_EQ(m_wizard->currentPage(), m_pane);
 
-    menu->showPopup(); // opening the menu takes its title away
-    menu->hidePopup();
+    // A model chosen with the keyboard, the menu never opened.
+    menu->setFocus();
+    QTest::keyClick(menu, Qt::Key_Down);
     EXPECT_EQ(menu->findText(u"Select a printer model…"_s), -1);
-    menu->setCurrentText(u"Model 4000"_s);
+    EXPECT_EQ(menu->currentText(), u"Model 4000"_s);
     m_wizard->next();
     ASSERT_TRUE(waitForSheet("queueCreatedSheet"));
     const QVariantMap installed = installedPrinter();
