@@ -180,6 +180,12 @@ TEST(WalkupPacketParse, MalformedDatagramsGiveNoPacketAndSayWhy)
         EXPECT_FALSE(parse(c.datagram)) << c.name;
         EXPECT_TRUE(log.lines().join(u'\n').contains(c.logged))
             << c.name << ": " << log.lines().join(u'\n').toStdString();
+    } // Address text of any other form in the tag is refused too.
+    for (const QByteArray claimed : {"10.x.y.z", "10.0.0.256", "tcp:h:161", "-v3", "010.0.0.1"}) {
+        test::LogCapture log;
+        EXPECT_FALSE(parse(datagram("<ipaddr>" + claimed + "</ipaddr><type>2</type><user>u</user>")))
+            << claimed.toStdString();
+        EXPECT_TRUE(log.lines().join(u'\n').contains(address)) << claimed.toStdString();
     }
 }
 
