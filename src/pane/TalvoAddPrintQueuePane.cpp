@@ -20,8 +20,6 @@
 #include <QMessageBox>
 #include <QPushButton>
 
-#include <arpa/inet.h>
-
 using namespace Qt::StringLiterals;
 
 namespace talvo {
@@ -104,8 +102,19 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
     connect(m_ui->loadListButton, &QPushButton::clicked, this,
             &TalvoAddPrintQueuePane::loadDiscoveredListFromFile);
     // Only the user's edits count: the field's initial text is set, not typed.
-    connect(m_ui->addressTextField, &QLineEdit::textEdited, this,
-            &TalvoAddPrintQueuePane::controlTextDidChange);
+    m_addressCheck = new ManualAddressCheck(
+        ManualAddressCheck::realServices(),
+        [this] {
+            // The engine's community: the one the user may have changed in
+            // the SNMP sheet, not only the one the settings started with.
+            ProbeSettings settings = ProbeSettings::fromPluginSettings(m_settingsDict);
+            if (m_engine)
+                settings.community = m_engine->readCommunity();
+            return settings;
+        },
+        this);
+    connect(m_addressCheck, &ManualAddressCheck::changed, this, &TalvoAddPrintQueuePane::renderManualCheck);
+    connect(m_ui->addressTextField, &QLineEdit::textEdited, m_addressCheck, &ManualAddressCheck::setText);
     connect(m_ui->printerModelSelectMenu, &PopUpModelMenu::willPopUp, this,
             &TalvoAddPrintQueuePane::printerModelSelectedPopupClicked);
     // A model chosen with the arrow keys or the wheel counts as much as one
@@ -114,16 +123,12 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
         if (index > 0)
             printerModelSelectedPopupClicked();
     });
-
-    m_validateTimer.setSingleShot(true);
-    m_validateTimer.setInterval(1000);
-    connect(&m_validateTimer, &QTimer::timeout, this, &TalvoAddPrintQueuePane::validateManualAddress);
 }
 
 TalvoAddPrintQueuePane::~TalvoAddPrintQueuePane()
 {
     // Threads first: none of them may post to a pane that is going away.
-    stopManualWork();
+    delete m_addressCheck;
     m_creator.reset();
 }
 
@@ -219,14 +224,13 @@ void TalvoAddPrintQueuePane::didEnterPane(Direction)
 
     // A probe still running from an earlier visit would redraw the display
     // for an address the field no longer holds.
-    stopManualWork();
+    m_addressCheck->reset();
     if (!m_engine)
         createEngine();
     // Read on every entry: a network joined since the last one is searched too.
     m_engine->addSubnetsForInterfaces();
     m_engine->startDiscovery();
     setMode(DiscoveredMode);
-    setManualPrinterDisplayMode(manualAddEmptyAddress, std::nullopt, {});
     m_ui->pluginVersionLabel->setText(getVersionInfoString().value_or(QString()));
 }
 
@@ -612,137 +616,26 @@ void TalvoAddPrintQueuePane::printerModelSelectedPopupClicked()
     m_manualChoiceModelMenuTitlePresent = false;
 }
 
-void TalvoAddPrintQueuePane::stopManualWork()
+void TalvoAddPrintQueuePane::renderManualCheck(const ManualAddressCheck::Result& result)
 {
-    m_validateTimer.stop();
-    ++m_manualGeneration;
-    if (m_nameCheck.joinable()) {
-        m_nameCheck.request_stop();
-        m_nameCheck.join();
-    }
-    if (m_probe && m_probe->isRunning()) {
-        qCInfo(lcPane) << "Cancelling running validate thread";
-        m_probe->stop();
-    }
-}
-
-void TalvoAddPrintQueuePane::checkNameInBackground(std::function<QVariantMap(std::stop_token)> work,
-                                                   std::function<void(const QVariantMap&)> done)
-{
-    // The pane joins this thread before it goes, and Qt drops the events
-    // posted to an object that is gone, so `this` is safe in both lambdas.
-    const uint64_t generation = m_manualGeneration;
-    m_nameCheck = std::jthread(
-        [this, generation, work = std::move(work), done = std::move(done)](std::stop_token stop) {
-            QVariantMap answer = work(stop);
-            if (stop.stop_requested())
-                return;
-            QMetaObject::invokeMethod(
-                this,
-                [this, generation, done, answer] {
-                    if (m_manualGeneration == generation)
-                        done(answer);
-                },
-                Qt::QueuedConnection);
-        });
-}
-
-void TalvoAddPrintQueuePane::controlTextDidChange(const QString& text)
-{
-    stopManualWork();
-    if (text.isEmpty()) {
+    switch (result.state) {
+    case ManualAddressCheck::State::Empty:
         setManualPrinterDisplayMode(manualAddEmptyAddress, std::nullopt, {});
-        return;
+        break;
+    case ManualAddressCheck::State::Invalid:
+        setManualPrinterDisplayMode(manualAddInvalidAddress, std::nullopt, {});
+        break;
+    case ManualAddressCheck::State::Checking:
+        // Still checking, the address only named better: the display stays.
+        if (m_manualDisplayMode == manualAddProcessing)
+            m_ui->informationLabel->setText(tx("CheckingAddress").arg(result.shownAddress.toHtmlEscaped()));
+        else
+            setManualPrinterDisplayMode(manualAddProcessing, std::nullopt, result.shownAddress);
+        break;
+    case ManualAddressCheck::State::Checked:
+        handleProbeOutcome(*result.outcome);
+        break;
     }
-    const QByteArray ascii = text.toLatin1();
-    if (isValidIPAddress(std::string_view(ascii.constData(), static_cast<size_t>(ascii.size())))) {
-        // A dotted quad: probed after a second without typing; the display
-        // stays as it was until then.
-        m_isValidIP = true;
-        m_validateAddress = text;
-        m_validateTimer.start();
-        return;
-    }
-    if (text.front().isLetter()) {
-        // A name counts once it resolves both ways. The lookup must not hold
-        // up typing, so it runs off the main thread and arms the timer when
-        // it succeeds.
-        checkNameInBackground(
-            [text](std::stop_token stop) {
-                const auto address = resolveManualAddress(text, stop);
-                return address ? QVariantMap{{u"address"_s, QVariant::fromValue(*address)}} : QVariantMap{};
-            },
-            [this, text](const QVariantMap& answer) {
-                if (answer.isEmpty())
-                    return;
-                m_isValidIP = false;
-                m_validateAddress = text;
-                m_validateTimer.start();
-            });
-    }
-    // Shown at once, also for a name that will resolve: its probe replaces
-    // this display a second later.
-    setManualPrinterDisplayMode(manualAddInvalidAddress, std::nullopt, {});
-}
-
-void TalvoAddPrintQueuePane::validateManualAddress()
-{
-    const QString text = m_validateAddress;
-    const bool dottedQuad = m_isValidIP;
-    m_isValidIP = false;
-    checkNameInBackground(
-        [text, dottedQuad](std::stop_token stop) {
-            std::optional<uint32_t> address;
-            if (dottedQuad) {
-                in_addr parsed{};
-                if (::inet_pton(AF_INET, text.toLatin1().constData(), &parsed) == 1)
-                    address = parsed.s_addr;
-            }
-            if (!address)
-                address = resolveManualAddress(text, stop);
-            if (!address)
-                return QVariantMap{};
-            const QString quad = stringForInetAddr(*address);
-            const QString name = manualPrinterDictWithAddress(*address, stop).value(kDnsNameKey).toString();
-            // The address for the probe, and as the display shows it.
-            return QVariantMap{{u"address"_s, QVariant::fromValue(*address)},
-                               {u"shown"_s, name.isEmpty() ? quad : u"%1 (%2)"_s.arg(name, quad)}};
-        },
-        [this](const QVariantMap& answer) {
-            if (answer.isEmpty()) {
-                setManualPrinterDisplayMode(manualAddInvalidAddress, std::nullopt, {});
-                return;
-            }
-            startProbe(answer.value(u"address"_s).value<uint32_t>(), answer.value(u"shown"_s).toString());
-        });
-}
-
-void TalvoAddPrintQueuePane::startProbe(uint32_t address, const QString& shownAddress)
-{
-    if (m_probe && m_probe->isRunning()) {
-        qCInfo(lcPane) << "Cancelling running validate thread";
-        m_probe->stop();
-    }
-    // The engine's community: the one the user may have changed in the SNMP
-    // sheet, not only the one the settings started with.
-    ProbeSettings settings = ProbeSettings::fromPluginSettings(m_settingsDict);
-    if (m_engine)
-        settings.community = m_engine->readCommunity();
-    m_probe = std::make_unique<PrinterProbe>(std::move(settings));
-    const uint64_t generation = m_manualGeneration;
-    const bool started =
-        m_probe->start(stringForInetAddr(address), [this, generation](const ProbeOutcome& outcome) {
-            QMetaObject::invokeMethod(
-                this,
-                [this, generation, outcome] {
-                    if (m_manualGeneration == generation)
-                        handleProbeOutcome(outcome);
-                },
-                Qt::QueuedConnection);
-        });
-    if (!started)
-        qCWarning(lcPane) << "the address could not be probed: no thread for it";
-    setManualPrinterDisplayMode(manualAddProcessing, std::nullopt, shownAddress);
 }
 
 void TalvoAddPrintQueuePane::handleProbeOutcome(const ProbeOutcome& outcome)

@@ -12,13 +12,13 @@
 //     wizard.show();
 
 #include "installer/InstallerPane.h"
+#include "pane/ManualAddressCheck.h"
 #include "queue/PrinterProbe.h"
 
 #include <QComboBox>
 #include <QIcon>
 #include <QString>
 #include <QStringList>
-#include <QTimer>
 #include <QVariantMap>
 
 #include <cstdint>
@@ -26,7 +26,6 @@
 #include <memory>
 #include <optional>
 #include <stop_token>
-#include <thread>
 
 class QAbstractButton;
 class QMessageBox;
@@ -141,17 +140,9 @@ private:
 
     void populateManualModelChoiceMenu();
     void printerModelSelectedPopupClicked();
-    void controlTextDidChange(const QString& text);
-    void validateManualAddress();
-    void startProbe(uint32_t address, const QString& shownAddress);
-    void stopManualWork();
+    void renderManualCheck(const ManualAddressCheck::Result& result);
     void handleProbeOutcome(const ProbeOutcome& outcome);
     void showManualPrinter(QVariantMap printer);
-    // Runs `work` off the main thread and hands its answer to `done` on the
-    // main thread, unless the address changed in between.
-    void checkNameInBackground(std::function<QVariantMap(std::stop_token)> work,
-                               std::function<void(const QVariantMap&)> done);
-
     void showCreating(bool creating);
     void resumeSearch();
     void queueCreated(const QueueCreationResult& result);
@@ -183,12 +174,7 @@ private:
 
     // Manual mode.
     bool m_manualChoiceModelMenuTitlePresent = false;
-    QTimer m_validateTimer;
-    QString m_validateAddress;
-    bool m_isValidIP = false;
-    uint64_t m_manualGeneration = 0; // bumped by every edit: older answers are dropped
-    std::jthread m_nameCheck;
-    std::unique_ptr<PrinterProbe> m_probe;
+    ManualAddressCheck* m_addressCheck = nullptr;
     std::optional<QVariantMap> m_manualPrinterDict;
     int m_manualDisplayMode = manualAddEmptyAddress;
 

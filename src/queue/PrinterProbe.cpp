@@ -222,6 +222,28 @@ std::optional<uint32_t> resolveManualAddress(const QString& text, std::stop_toke
     return both ? *both : std::nullopt;
 }
 
+std::optional<ResolvedAddress> resolveTypedAddress(const QString& text, std::stop_token stop)
+{
+    if (const auto address = parseIPv4Address(text))
+        return ResolvedAddress{*address, stoppableReverseName(*address, stop).value_or(QString())};
+    if (!isHostNameText(text))
+        return std::nullopt;
+    const auto both = runAbandonable<std::optional<ResolvedAddress>>(
+        [text]() -> std::optional<ResolvedAddress> {
+            const auto address = ipAddressString2in_addr_t(text);
+            if (!address)
+                return std::nullopt;
+            const auto name = reverseName(*address);
+            if (!name)
+                return std::nullopt;
+            return ResolvedAddress{*address, *name};
+        },
+        stop);
+    if (stop.stop_requested() || !both)
+        return std::nullopt;
+    return *both;
+}
+
 QVariantMap manualPrinterDictWithAddress(uint32_t address, std::stop_token stop)
 {
     QVariantMap printer{{kIPAddressNumberKey, static_cast<qulonglong>(address)},

@@ -83,6 +83,19 @@ std::optional<QString> modelFromSnmpAnswers(const QString& sysObjId, const std::
 // nullopt at once.
 std::optional<uint32_t> resolveManualAddress(const QString& text, std::stop_token stop = {});
 
+// A typed address resolved as the manual mode shows it: the address, and the
+// name reverse DNS gives it (empty when it has none).
+struct ResolvedAddress
+{
+    uint32_t address = 0; // network order
+    QString name;
+};
+// Four decimal octets are the address itself (its name looked up, if any);
+// a well-formed host name must resolve forward and backward. One forward and
+// one reverse lookup in all. nullopt for any other text, a name that does not
+// resolve both ways, or a stop (which returns at once).
+std::optional<ResolvedAddress> resolveTypedAddress(const QString& text, std::stop_token stop = {});
+
 // "in_addr_t", "ipAddr", "queueType" "Raw TCP" and, when the address has a
 // name, "dnsName". Blocks for the reverse lookup; a stop abandons it.
 QVariantMap manualPrinterDictWithAddress(uint32_t address, std::stop_token stop = {});

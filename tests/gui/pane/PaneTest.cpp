@@ -378,6 +378,7 @@ TEST_F(PaneTest, ManualAddressIsProbedAfterTypingStopsAndAnOtherModelCanBeChosen
     typeAddress(u"10.77.61.99"_s);
     ASSERT_TRUE(processEventsUntil(
         [&] { return m_pane->manualDisplayMode() == TalvoAddPrintQueuePane::manualAddProcessing; }, 5s));
+    processEventsFor(1500ms); // checking shows at once; the probe starts once typing pauses
     // The edit makes the text invalid, so no newer probe can show an outcome.
     QTest::keyClick(child("addressTextField"), Qt::Key_X);
     EXPECT_TRUE(log.lines().contains(u"Cancelling running validate thread"_s));
