@@ -1,6 +1,9 @@
 #include "pane/PrinterListModel.h"
 
+#include "discovery/PrinterDiscoveryEngine.h"
 #include "foundation/DictionaryKeys.h"
+#include "pane/PaneLog.h"
+#include "pane/PrinterPresentation.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QApplication>
@@ -28,6 +31,24 @@ bool isUSB(const QVariantMap& printer)
 
 PrinterListModel::PrinterListModel(QObject* parent) : QAbstractListModel(parent) {}
 
+void PrinterListModel::setPresentation(PrinterPresentation* presentation)
+{
+    m_presentation = presentation;
+    if (!m_printers.isEmpty())
+        Q_EMIT dataChanged(index(0), index(static_cast<int>(m_printers.size()) - 1), {Qt::DecorationRole});
+}
+
+void PrinterListModel::followEngine(PrinterDiscoveryEngine* engine)
+{
+    connect(engine, &PrinterDiscoveryEngine::printerDiscovered, this, [this](const QVariantMap& printer) {
+        qCInfo(lcPane).noquote() << QStringLiteral("TalvoAddPrintQueuePane: addDiscoveredPrinter: %1")
+                                        .arg(printer.value(kIPAddrStrKey).toString());
+        placeNewPrinterInDiscoveryList(printer);
+    });
+    connect(engine, &PrinterDiscoveryEngine::usbPrinterDisconnected, this,
+            &PrinterListModel::disconnectedUSBPrinter);
+}
+
 int PrinterListModel::rowCount(const QModelIndex& parent) const
 {
     return parent.isValid() ? 0 : static_cast<int>(m_printers.size());
@@ -40,9 +61,9 @@ QVariant PrinterListModel::data(const QModelIndex& index, int role) const
     const QVariantMap& printer = m_printers.at(index.row());
     switch (role) {
     case Qt::DisplayRole:
-        return printer.value(kPrinterPresentationStrKey);
+        return PrinterPresentation::displayText(printer);
     case Qt::DecorationRole:
-        return printer.value(kPrinterIconImgKey);
+        return m_presentation ? QVariant::fromValue(m_presentation->iconForPrinter(printer)) : QVariant();
     case PrinterRole:
         return printer;
     default:

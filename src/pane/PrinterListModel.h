@@ -1,12 +1,14 @@
 #pragma once
 
 // The discovered-printer list: printer dictionaries in the order they were
-// found, shown by their icon and rich display text.
+// found, as the engine announces them, shown by an icon and rich text the
+// model works out itself. The dictionaries stay data only.
 //
 //     auto* model = new talvo::PrinterListModel(listView);
+//     model->setPresentation(presentation);   // icons and texts
+//     model->followEngine(engine);            // every printer found, once
 //     listView->setModel(model);
 //     listView->setItemDelegate(new talvo::PrinterItemDelegate(listView));
-//     model->placeNewPrinterInDiscoveryList(printer); // appended unless listed
 
 #include <QAbstractListModel>
 #include <QList>
@@ -14,6 +16,9 @@
 #include <QVariantMap>
 
 namespace talvo {
+
+class PrinterDiscoveryEngine;
+class PrinterPresentation;
 
 class PrinterListModel : public QAbstractListModel
 {
@@ -26,7 +31,14 @@ public:
 
     explicit PrinterListModel(QObject* parent = nullptr);
 
-    // DisplayRole: "presentationText" (HTML); DecorationRole: "printerIcon".
+    // Where rows get their icon; without one they show no icon. Not owned.
+    void setPresentation(PrinterPresentation* presentation);
+    // Lists each printer the engine discovers (unless listed) and drops the
+    // USB rows when a USB printer goes. Not owned.
+    void followEngine(PrinterDiscoveryEngine* engine);
+
+    // DisplayRole: the printer's rich text; DecorationRole: its icon;
+    // PrinterRole: its dictionary.
     int rowCount(const QModelIndex& parent = QModelIndex()) const override;
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
     QHash<int, QByteArray> roleNames() const override;
@@ -48,6 +60,7 @@ public:
 
 private:
     QList<QVariantMap> m_printers;
+    PrinterPresentation* m_presentation = nullptr;
 };
 
 // Paints a row as its icon at the left and its rich text beside it.

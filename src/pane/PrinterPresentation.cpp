@@ -67,15 +67,20 @@ void PrinterPresentation::storeIcon(const QString& key, const QIcon& icon)
     m_iconCache.insert(key, icon);
 }
 
-void PrinterPresentation::addImageToPrinterDict(QVariantMap& printer)
+QIcon PrinterPresentation::iconForPrinter(const QVariantMap& printer)
 {
     const QString model = printer.value(kPrinterModelStrKey).toString();
-    if (const std::optional<QIcon> icon = cachedIcon(model)) {
-        printer.insert(kPrinterIconImgKey, QVariant::fromValue(*icon));
-        return;
-    }
+    if (const std::optional<QIcon> icon = cachedIcon(model))
+        return *icon;
     qCInfo(lcPane).noquote() << QStringLiteral("Image not found in cache for printer model %1").arg(model);
-    findPrinterIcon(printer);
+    QVariantMap found{{kPrinterModelStrKey, model}};
+    findPrinterIcon(found);
+    return found.value(kPrinterIconImgKey).value<QIcon>();
+}
+
+void PrinterPresentation::addImageToPrinterDict(QVariantMap& printer)
+{
+    printer.insert(kPrinterIconImgKey, QVariant::fromValue(iconForPrinter(printer)));
 }
 
 void PrinterPresentation::findPrinterIcon(QVariantMap& printer)
@@ -95,13 +100,18 @@ void PrinterPresentation::findPrinterIcon(QVariantMap& printer)
     }
 }
 
-void PrinterPresentation::addDisplayTextToPrinterDict(QVariantMap& printer)
+QString PrinterPresentation::displayText(const QVariantMap& printer)
 {
     // A printer without a connection type gets the USB text: discovery always
     // sets the type of a network printer.
     const auto type = printer.constFind(kQueueConnectionTypeStrKey);
     const bool usb = type == printer.cend() || type->toString() == kQueueTypeUSB;
-    printer.insert(kPrinterPresentationStrKey, usb ? usbDisplayText(printer) : socketDisplayText(printer));
+    return usb ? usbDisplayText(printer) : socketDisplayText(printer);
+}
+
+void PrinterPresentation::addDisplayTextToPrinterDict(QVariantMap& printer)
+{
+    printer.insert(kPrinterPresentationStrKey, displayText(printer));
 }
 
 QString PrinterPresentation::usbDisplayText(const QVariantMap& printer)

@@ -1,11 +1,13 @@
 #pragma once
 
 // How a printer dictionary is shown: its model's icon and a one- or two-line
-// rich text, both stored in the dictionary itself so the list, walkup and
-// manual modes all show the same thing.
+// rich text, the same in the list, the manual mode and for the printer handed
+// to later pages (which get both stored in its dictionary).
 //
 //     talvo::PrinterPresentation presentation(settings.value(talvo::kSupportedPrintersKey).toMap(),
 //                                             resources + QStringLiteral("/images"));
+//     QIcon icon = presentation.iconForPrinter(printer);
+//     QString html = talvo::PrinterPresentation::displayText(printer);
 //     presentation.addImageToPrinterDict(printer);       // "printerIcon": QIcon
 //     presentation.addDisplayTextToPrinterDict(printer); // "presentationText": HTML
 
@@ -28,6 +30,12 @@ public:
     PrinterPresentation(QVariantMap supportedPrinters, QString imagesFolder);
     PrinterPresentation(const PrinterPresentation&) = delete;
     PrinterPresentation& operator=(const PrinterPresentation&) = delete;
+
+    // The icon a printer is shown with: its model's, from the cache or its
+    // file, else the generic one.
+    QIcon iconForPrinter(const QVariantMap& printer);
+    // The rich text a printer is shown with (see addDisplayTextToPrinterDict).
+    static QString displayText(const QVariantMap& printer);
 
     // Sets "printerIcon" from the per-model cache, else through findPrinterIcon.
     void addImageToPrinterDict(QVariantMap& printer);

@@ -176,6 +176,7 @@ void TalvoAddPrintQueuePane::setUpOnce()
     m_supportedPrintersArray = m_supportedPrintersDict.keys();
     m_presentation = std::make_unique<PrinterPresentation>(m_supportedPrintersDict,
                                                            pathForPluginResources() + u"/images"_s);
+    m_listModel->setPresentation(m_presentation.get());
     loadImagesFromBundle();
     populateManualModelChoiceMenu();
 }
@@ -204,10 +205,7 @@ void TalvoAddPrintQueuePane::createEngine()
                    : new PrinterDiscoveryEngine(m_discoverySettings, m_options.usbBackendPath, this);
     m_engine->setPrinterModels(m_supportedPrintersArray);
     m_engine->setUserName(defaultWalkupUserName());
-    connect(m_engine, &PrinterDiscoveryEngine::printerDiscovered, this,
-            &TalvoAddPrintQueuePane::addDiscoveredPrinter);
-    connect(m_engine, &PrinterDiscoveryEngine::usbPrinterDisconnected, this,
-            &TalvoAddPrintQueuePane::disconnectedUSBPrinter);
+    m_listModel->followEngine(m_engine);
     connect(m_engine, &PrinterDiscoveryEngine::printerBeaconed, this,
             &TalvoAddPrintQueuePane::handleBeaconedPrinter);
 }
@@ -296,30 +294,10 @@ void TalvoAddPrintQueuePane::setMode(int mode)
 
 // --- The discovered list ---------------------------------------------------------
 
-void TalvoAddPrintQueuePane::addDiscoveredPrinter(QVariantMap printer)
-{
-    qCInfo(lcPane).noquote() << u"TalvoAddPrintQueuePane: addDiscoveredPrinter: %1"_s.arg(
-        printer.value(kIPAddrStrKey).toString());
-    m_presentation->addImageToPrinterDict(printer);
-    m_presentation->addDisplayTextToPrinterDict(printer);
-    placeNewPrinterInDiscoveryList(printer);
-}
-
-bool TalvoAddPrintQueuePane::printerExists(const QVariantMap& printer) const
-{
-    return m_listModel->printerExists(printer);
-}
-
-void TalvoAddPrintQueuePane::placeNewPrinterInDiscoveryList(const QVariantMap& printer)
-{
-    m_listModel->placeNewPrinterInDiscoveryList(printer);
-}
-
 void TalvoAddPrintQueuePane::handleBeaconedPrinter(QVariantMap printer)
 {
     qCInfo(lcPane).noquote() << u"TalvoAddPrintQueuePane: printer Beaconed: %1"_s.arg(
         printer.value(kIPAddrStrKey).toString());
-    m_presentation->addImageToPrinterDict(printer);
     // The engine ends its walkup session with each selection. While the user
     // stays in walkup mode, another printer may be selected at its panel
     // during this creation, so a new session starts at once.
@@ -334,11 +312,6 @@ void TalvoAddPrintQueuePane::handleBeaconedPrinter(QVariantMap printer)
         return;
     }
     createPrintQueueForPrinter(std::move(printer));
-}
-
-void TalvoAddPrintQueuePane::disconnectedUSBPrinter()
-{
-    m_listModel->disconnectedUSBPrinter();
 }
 
 void TalvoAddPrintQueuePane::createPrinterFromDiscoveryListDoubleClick(const QList<QVariantMap>& selection)
@@ -376,11 +349,8 @@ void TalvoAddPrintQueuePane::loadDiscoveredListFromFile()
     const auto printers = readDiscoveredList(getSaveFilePath());
     if (!printers)
         return;
-    for (QVariantMap printer : *printers) {
-        m_presentation->addImageToPrinterDict(printer);
-        m_presentation->addDisplayTextToPrinterDict(printer);
+    for (const QVariantMap& printer : *printers)
         m_listModel->appendPrinter(printer);
-    }
 }
 
 // --- Sheets ---------------------------------------------------------------------------
@@ -454,9 +424,6 @@ void TalvoAddPrintQueuePane::createPrintQueueForPrinter(QVariantMap printer)
         settings.community = m_engine->readCommunity();
     m_creator = std::make_unique<QueueCreator>(std::move(settings));
     m_creatingAddress = printer.value(kIPAddrStrKey).toString();
-    // Printer icons are widgets' business: the worker gets the data only.
-    printer.remove(kPrinterIconImgKey);
-    printer.remove(kPrinterPresentationStrKey);
     // The pane stops and joins the creator before it goes; Qt drops events
     // posted to a deleted object.
     const bool started = m_creator->start(printer, [this](const QueueCreationResult& result) {
@@ -660,10 +627,8 @@ void TalvoAddPrintQueuePane::handleProbeOutcome(const ProbeOutcome& outcome)
     }
 }
 
-void TalvoAddPrintQueuePane::showManualPrinter(QVariantMap printer)
+void TalvoAddPrintQueuePane::showManualPrinter(const QVariantMap& printer)
 {
-    m_presentation->addImageToPrinterDict(printer);
-    m_presentation->addDisplayTextToPrinterDict(printer);
     const bool supported = m_supportedPrintersArray.contains(printer.value(kPrinterModelStrKey).toString());
     setManualPrinterDisplayMode(
         supported ? manualAddSupportedPrinterAtAddress : manualAddUnsupportedPrinterAtAddress, printer, {});
@@ -728,8 +693,8 @@ void TalvoAddPrintQueuePane::setManualPrinterDisplayMode(int mode, const std::op
                           .arg(printer->value(kPrinterModelStrKey).toString().toHtmlEscaped(), shown);
         break;
     case manualAddSupportedPrinterAtAddress:
-        icon = printer->value(kPrinterIconImgKey).value<QIcon>();
-        information = printer->value(kPrinterPresentationStrKey).toString();
+        icon = m_presentation->iconForPrinter(*printer);
+        information = PrinterPresentation::displayText(*printer);
         break;
     default:
         break;

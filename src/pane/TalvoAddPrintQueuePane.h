@@ -96,12 +96,8 @@ public:
     void setMode(int mode);
     int selectPrinterMode() const { return m_selectPrinterMode; }
 
-    // The discovered list, fed by the engine.
-    void addDiscoveredPrinter(QVariantMap printer);
-    bool printerExists(const QVariantMap& printer) const;
-    void placeNewPrinterInDiscoveryList(const QVariantMap& printer);
+    // The discovered list (its model follows the engine itself).
     void handleBeaconedPrinter(QVariantMap printer);
-    void disconnectedUSBPrinter();
     void createPrinterFromDiscoveryListDoubleClick(const QList<QVariantMap>& selection);
     QString getSaveFilePath() const;
     void writeDiscoveredListToFile();
@@ -142,7 +138,7 @@ private:
     void printerModelSelectedPopupClicked();
     void renderManualCheck(const ManualAddressCheck::Result& result);
     void handleProbeOutcome(const ProbeOutcome& outcome);
-    void showManualPrinter(QVariantMap printer);
+    void showManualPrinter(const QVariantMap& printer);
     void showCreating(bool creating);
     void resumeSearch();
     void queueCreated(const QueueCreationResult& result);

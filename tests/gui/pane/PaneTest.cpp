@@ -215,9 +215,13 @@ TEST_F(PaneTest, DiscoveredPrintersAreListedOnceAndContinueCreatesTheChosenQueue
     QStringList listed = listedAddresses();
     listed.sort();
     ASSERT_EQ(listed, (QStringList{u"10.77.61.20"_s, u"10.77.61.21"_s}));
-    for (const QVariantMap& printer : m_pane->printerList()->printers()) {
-        EXPECT_FALSE(printer.value(kPrinterIconImgKey).value<QIcon>().isNull());
-        const QString text = printer.value(kPrinterPresentationStrKey).toString();
+    for (int row = 0; row < m_pane->printerList()->rowCount(); ++row) {
+        const QModelIndex index = m_pane->printerList()->index(row);
+        const QVariantMap printer = m_pane->printerList()->printerAt(row);
+        EXPECT_FALSE(printer.contains(kPrinterIconImgKey) || printer.contains(kPrinterPresentationStrKey))
+            << "view data in the printer's dictionary";
+        EXPECT_FALSE(index.data(Qt::DecorationRole).value<QIcon>().isNull());
+        const QString text = index.data(Qt::DisplayRole).toString();
         EXPECT_TRUE(text.contains(printer.value(kPrinterModelStrKey).toString()) &&
                     text.contains(printer.value(kIPAddrStrKey).toString()))
             << text.toStdString();
@@ -267,6 +271,8 @@ TEST_F(PaneTest, DiscoveredPrintersAreListedOnceAndContinueCreatesTheChosenQueue
     const QVariantMap installed = installedPrinter();
     const QString queue = installed.value(kCUPSQueueNameKey).toString();
     EXPECT_EQ(queue, usersQueue + u"_2"_s);
+    EXPECT_FALSE(installed.value(kPrinterIconImgKey).value<QIcon>().isNull()) << "later pages show the icon";
+    EXPECT_TRUE(installed.value(kPrinterPresentationStrKey).toString().contains(u"10.77.61.21"_s));
     EXPECT_TRUE(visibleSheet("queueCreatedSheet")->text().contains(queue));
     EXPECT_EQ(installed.value(kIPAddrStrKey), u"10.77.61.21"_s);
     EXPECT_TRUE(queues().contains(queue + u":"_s)) << queues().toStdString();

@@ -1,6 +1,7 @@
 #include "pane/PrinterListModel.h"
 
 #include "foundation/DictionaryKeys.h"
+#include "pane/PrinterPresentation.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <QImage>
 #include <QPainter>
 #include <QStyleOptionViewItem>
+#include <QTemporaryDir>
 
 namespace talvo {
 namespace {
@@ -82,26 +84,29 @@ TEST_F(PrinterListModelTest, UsbDisconnectRemovesEveryUsbRowOnly)
 
 TEST_F(PrinterListModelTest, RolesAndDelegateShowIconAndText)
 {
+    // The model's icon from the presentation; the dictionary stays data only.
+    QTemporaryDir images;
     QImage red(48, 48, QImage::Format_ARGB32);
     red.fill(Qt::red);
-    QVariantMap p = printer(u"10.0.0.5"_s, u"Raw TCP"_s);
-    p.insert(kPrinterIconImgKey, QVariant::fromValue(QIcon(QPixmap::fromImage(red))));
-    p.insert(kPrinterPresentationStrKey, u"<b>M - 10.0.0.5</b><br>Raw TCP"_s);
+    ASSERT_TRUE(red.save(images.filePath(u"red.png"_s)));
+    PrinterPresentation presentation({{u"M"_s, QVariantMap{{kPrinterIconImgKey, u"red.png"_s}}}},
+                                     images.path());
+    m_model.setPresentation(&presentation);
+    QVariantMap p = printer(u"10.0.0.5"_s, u"Raw TCP"_s, u"M"_s);
+    p.insert(kPrinterLocationKey, u"Lab"_s);
     m_model.appendPrinter(p);
-    QVariantMap tall = p;
-    tall.insert(kPrinterPresentationStrKey, u"1<br>2<br>3<br>4<br>5<br>6"_s);
-    m_model.appendPrinter(tall);
+    m_model.appendPrinter(printer(u"usb"_s, u"USB"_s, u"M"_s));
 
     const QModelIndex index = m_model.index(0);
     EXPECT_EQ(index.data(PrinterListModel::PrinterRole).toMap(), p);
+    EXPECT_EQ(index.data(Qt::DisplayRole).toString(), PrinterPresentation::socketDisplayText(p));
+    EXPECT_EQ(m_model.index(1).data(Qt::DisplayRole).toString(), u"<b>M</b><br>USB"_s);
 
     PrinterItemDelegate delegate;
     QStyleOptionViewItem option;
     option.rect = QRect(0, 0, 300, 60);
     option.state = QStyle::State_Enabled | QStyle::State_Selected;
     EXPECT_GE(delegate.sizeHint(option, index).height(), 48);
-    EXPECT_GT(delegate.sizeHint(option, m_model.index(1)).height(),
-              delegate.sizeHint(option, index).height());
 
     // The icon at the left as it is; a selected row in the highlight colour.
     for (const bool selected : {false, true}) {
