@@ -118,11 +118,8 @@ Status BonjourBrowser::start(DiscoveryClock::time_point)
 
 void BonjourBrowser::stop()
 {
-    for (const Entry& e : m_entries) {
-        if (e.kind != Entry::Browse)
-            m_instances.failed(e.instance);
-    }
     m_entries.clear();
+    m_instances.clear();
 }
 
 bool BonjourBrowser::running() const
@@ -147,14 +144,11 @@ void BonjourBrowser::process(std::span<const pollfd> fds, DiscoveryClock::time_p
 {
     m_out = &out;
     m_now = now;
-    // A resolve or look-up past its deadline is dropped; the service's next
-    // announcement tries again.
+    // A resolve or look-up past its deadline is dropped; the service is
+    // tried again later.
     for (const QString& instance : m_instances.expired(now)) {
         qCDebug(lcDiscovery).noquote() << "Bonjour look-up expired:" << instance;
-        for (Entry& e : m_entries) {
-            if (e.kind != Entry::Browse && e.instance == instance)
-                e.done = true;
-        }
+        drop(instance);
     }
     // Callbacks add entries and mark answered ones; those are removed after
     // the walk, never while a callback of theirs is running.
@@ -178,13 +172,24 @@ void BonjourBrowser::process(std::span<const pollfd> fds, DiscoveryClock::time_p
         }
     }
     m_entries.remove_if([](const Entry& e) { return e.done; });
+    // Services that failed, or found no room, are tried again once due.
+    for (const auto& [instance, service] : m_instances.due(now))
+        resolve(instance, service);
     m_out = nullptr;
+}
+
+void BonjourBrowser::drop(const QString& instance)
+{
+    for (Entry& e : m_entries) {
+        if (e.kind != Entry::Browse && e.instance == instance)
+            e.done = true;
+    }
 }
 
 void BonjourBrowser::failed(Entry& entry)
 {
     entry.done = true;
-    m_instances.failed(entry.instance);
+    m_instances.failed(entry.instance, m_now);
 }
 
 void BonjourBrowser::onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t error, const char* name,
@@ -196,13 +201,16 @@ void BonjourBrowser::onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t e
     }
     const QString instance = QStringLiteral("%1.%2%3").arg(QString::fromUtf8(name), QString::fromUtf8(type),
                                                            QString::fromUtf8(domain));
-    // A service that goes away is forgotten, so that when it comes back (with
-    // a new address, say) it is evaluated afresh.
+    // A service that goes away is forgotten, and a resolve of it in progress
+    // dropped, so that when it comes back (with a new address, say) it is
+    // evaluated afresh.
     if (!(flags & kDNSServiceFlagsAdd)) {
+        drop(instance);
         m_instances.withdrawn(instance);
         return;
     }
-    switch (m_instances.announced(instance, m_now)) {
+    const BonjourInstances::Service service{name, type, domain, interfaceIndex};
+    switch (m_instances.announced(instance, service, m_now)) {
     case BonjourInstances::Begin::Resolve:
         break;
     case BonjourInstances::Begin::Known:
@@ -212,19 +220,24 @@ void BonjourBrowser::onBrowse(uint32_t flags, uint32_t interfaceIndex, int32_t e
             qCWarning(lcDiscovery).noquote() << "Bonjour look-ups full:" << n << "services left for later";
         return;
     }
+    resolve(instance, service);
+}
 
-    Entry& resolve = m_entries.emplace_back();
-    resolve.kind = Entry::Resolve;
-    resolve.browser = this;
-    resolve.instance = instance;
+void BonjourBrowser::resolve(const QString& instance, const BonjourInstances::Service& service)
+{
+    Entry& entry = m_entries.emplace_back();
+    entry.kind = Entry::Resolve;
+    entry.browser = this;
+    entry.instance = instance;
     DNSServiceRef ref = nullptr;
-    if (DNSServiceResolve(&ref, 0, interfaceIndex, name, type, domain, &BonjourCallbacks::resolve,
-                          &resolve) != kDNSServiceErr_NoError) {
-        qCWarning(lcDiscovery, "Error queueing DNSServiceResolve for %s", name);
-        failed(resolve);
+    if (DNSServiceResolve(&ref, 0, service.interfaceIndex, service.name.constData(), service.type.constData(),
+                          service.domain.constData(), &BonjourCallbacks::resolve,
+                          &entry) != kDNSServiceErr_NoError) {
+        qCWarning(lcDiscovery, "Error queueing DNSServiceResolve for %s", service.name.constData());
+        failed(entry);
         return;
     }
-    resolve.ref = std::make_unique<DNSServiceRefObj>(ref);
+    entry.ref = std::make_unique<DNSServiceRefObj>(ref);
 }
 
 void BonjourBrowser::onResolve(Entry& entry, uint32_t interfaceIndex, int32_t error, const char* hostTarget,

@@ -15,9 +15,9 @@
 // or run loop of its own. The host address comes from an A-record query on
 // the same daemon connection, so no step ever blocks the loop. Each resolve
 // and look-up has a deadline, and only a bounded number run at once; an
-// instance whose resolve or look-up failed, expired or did not fit is
-// evaluated again when it is next announced, and so is one that went away and
-// came back.
+// instance whose resolve or look-up failed, expired or did not fit is tried
+// again on its own (see BonjourInstances), and one that went away and came
+// back is evaluated afresh.
 
 #include "discovery/BonjourInstances.h"
 #include "discovery/DiscoveryMethod.h"
@@ -94,7 +94,11 @@ private:
     void onResolve(Entry& entry, uint32_t interfaceIndex, int32_t error, const char* hostTarget,
                    const QByteArray& txt);
     void onAddress(Entry& entry, int32_t error, uint16_t type, uint16_t length, const void* data);
-    // The entry ended without an evaluation: its instance may be tried again.
+    // Starts resolving a service; a failure to start counts as a failed resolve.
+    void resolve(const QString& instance, const BonjourInstances::Service& service);
+    // Ends whatever is in progress for an instance, without a verdict.
+    void drop(const QString& instance);
+    // The entry ended without an evaluation: its instance is tried again later.
     void failed(Entry& entry);
 
     QStringList m_printerModels;

@@ -2,6 +2,8 @@
 
 #include "foundation/DictionaryKeys.h"
 
+#include <QStringDecoder>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -17,13 +19,27 @@ bool isBlank(QChar c)
     return u == u' ' || (u >= u'\t' && u <= u'\r');
 }
 
-// A listing that holds anything but ASCII is read as no text at all (and so
-// as a backend that lists no device), as the system has always read it.
-QString asciiText(QByteArrayView output)
+// The backend prints what each device reports about itself: UTF-8 from
+// most, ISO Latin 1 from some older ones. Each line is read as UTF-8 when it
+// is valid UTF-8 and as Latin 1 otherwise, so one device's accented name
+// neither spoils the other lines nor hides every device.
+QString decodedText(QByteArrayView output)
 {
-    const bool ascii = std::all_of(output.begin(), output.end(),
-                                   [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    return ascii ? QString::fromLatin1(output) : QString();
+    QString text;
+    text.reserve(output.size());
+    for (qsizetype from = 0; from <= output.size();) {
+        qsizetype end = output.indexOf('\n', from);
+        if (end < 0)
+            end = output.size();
+        const QByteArrayView line = output.sliced(from, end - from);
+        QStringDecoder utf8(QStringDecoder::Utf8);
+        const QString decoded = utf8(line);
+        text += utf8.hasError() ? QString::fromLatin1(line) : decoded;
+        if (end < output.size())
+            text += u'\n';
+        from = end + 1;
+    }
+    return text;
 }
 
 QString restOfLine(QStringView text, qsizetype from)
@@ -146,7 +162,7 @@ std::optional<UsbDevice> parseLegacyDevice(Cursor& in)
 
 UsbListing parseUsbListing(QByteArrayView output)
 {
-    const QString text = asciiText(output);
+    const QString text = decodedText(output);
     UsbListing listing;
     listing.reportsNoDevice = text.isEmpty();
     for (const QStringView line : QStringView(text).split(u'\n')) {
@@ -159,7 +175,7 @@ UsbListing parseUsbListing(QByteArrayView output)
 
 UsbListing parseLegacyUsbListing(QByteArrayView output)
 {
-    const QString text = asciiText(output);
+    const QString text = decodedText(output);
     UsbListing listing;
     qsizetype from = 0;
     for (qsizetype at; (at = text.indexOf(kUsbScheme, from, Qt::CaseInsensitive)) >= 0;) {

@@ -21,7 +21,8 @@
 // "usb://" in any case; the URI runs up to white space and two quoted fields
 // follow, the second being the model. It knows no escapes.
 //
-// Output that is not pure ASCII is read as empty: it lists no device.
+// Each line is read as UTF-8 when it is valid UTF-8, else as ISO Latin 1
+// (older devices report their names in it).
 
 #include <QByteArrayView>
 #include <QMap>

@@ -129,6 +129,66 @@ TEST_F(BonjourTest, VendorPrinterOfAnotherModelOnlyTeachesItsNetworks)
     EXPECT_TRUE(m_announced.isEmpty());
 }
 
+// A printer's host name published by the test through the printer host's
+// daemon, as the printer's own responder would, until the runner stops.
+bool publishThrough(DaemonRunner& publisher, const NetworkSandbox& sandbox, const MdnsHost& host,
+                    const QStringList& arguments)
+{
+    DaemonOptions options;
+    options.networkNamespace = sandbox.namespaceName(QStringLiteral("printer"));
+    options.environment = {QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS=") + host.busAddress()};
+    publisher.start(QStringList{QStringLiteral("avahi-publish")} + arguments, options);
+    return publisher.waitUntilReady([&] { return publisher.logContains("Established"); }, 10s);
+}
+
+// The service first names a host that has no address yet (the resolve fails,
+// and the service stays announced: nothing but a retry finds it), then goes
+// away and comes back with its host at a new address.
+TEST_F(BonjourTest, ServiceIsFoundAfterAFailedResolveAndAtItsNewAddressAfterAMove)
+{
+    m_sandbox.addHost(QStringLiteral("moved"), QStringLiteral("10.77.0.31/24"));
+    DaemonRunner movedSim;
+    ASSERT_TRUE(startPrinter(movedSim, m_sandbox, QStringLiteral("moved"),
+                             QStringLiteral("model=Model 8560,address=10.77.0.31,sysname=moved-8560")))
+        << movedSim.failureMessage().toStdString();
+    const QStringList service{QStringLiteral("-s"),
+                              QStringLiteral("-H"),
+                              QStringLiteral("lobby.local"),
+                              QStringLiteral("Lobby 8560"),
+                              QStringLiteral("_printer._tcp"),
+                              QStringLiteral("515"),
+                              QStringLiteral("product=(TALVO Model 8560)")};
+    const auto address = [](const char* at) {
+        return QStringList{QStringLiteral("-a"), QStringLiteral("-R"), QStringLiteral("lobby.local"),
+                           QString::fromLatin1(at)};
+    };
+
+    DaemonRunner firstService;
+    DaemonRunner firstAddress;
+    ASSERT_TRUE(publishThrough(firstService, m_sandbox, *m_printer, service))
+        << firstService.failureMessage().toStdString();
+    startEngine(false);
+    processEventsUntil([] { return false; }, 6s); // the resolve gives up
+    ASSERT_TRUE(m_announced.isEmpty());
+    ASSERT_TRUE(publishThrough(firstAddress, m_sandbox, *m_printer, address("10.77.0.30")))
+        << firstAddress.failureMessage().toStdString();
+    ASSERT_TRUE(processEventsUntil([&] { return !m_announced.isEmpty(); }, 20s)) << "never tried again";
+    EXPECT_EQ(m_announced.first().value(kIPAddrStrKey), QStringLiteral("10.77.0.30"));
+    EXPECT_EQ(m_announced.first().value(kDnsNameKey), QStringLiteral("office-8560"));
+
+    // Withdrawn (its goodbye leaves the caches a second later), then back.
+    firstService.stop();
+    firstAddress.stop();
+    processEventsUntil([] { return false; }, 2500ms);
+    DaemonRunner secondAddress;
+    DaemonRunner secondService;
+    ASSERT_TRUE(publishThrough(secondAddress, m_sandbox, *m_printer, address("10.77.0.31")));
+    ASSERT_TRUE(publishThrough(secondService, m_sandbox, *m_printer, service));
+    ASSERT_TRUE(processEventsUntil([&] { return m_announced.size() == 2; }, 10s)) << "not evaluated afresh";
+    EXPECT_EQ(m_announced.last().value(kIPAddrStrKey), QStringLiteral("10.77.0.31"));
+    EXPECT_EQ(m_announced.last().value(kDnsNameKey), QStringLiteral("moved-8560"));
+}
+
 TEST(BonjourTxt, ProductAndManufacturerRules)
 {
     const QString vendor = QStringLiteral("Talvo");

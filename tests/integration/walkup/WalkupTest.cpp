@@ -8,6 +8,7 @@
 #include "discovery/WalkupPacket.h"
 #include "fixtures/DaemonRunner.h"
 #include "fixtures/NetworkSandbox.h"
+#include "fixtures/PrinterSim.h"
 #include "fixtures/ScopedNetns.h"
 #include "fixtures/Subprocess.h"
 #include "foundation/DictionaryKeys.h"
@@ -116,17 +117,22 @@ struct Socket
     bool bound = false;
 };
 
-// The engine with walkup alone in the client host, recording what it reports.
+// The engine with walkup alone (plus `settings`) in the client host,
+// recording what it reports.
 class Client
 {
 public:
-    explicit Client(const test::NetworkSandbox& sandbox) : m_inside(sandbox, u"client"_s)
+    explicit Client(const test::NetworkSandbox& sandbox, const QVariantMap& settings = {})
+        : m_inside(sandbox, u"client"_s)
     {
-        engine = std::make_unique<PrinterDiscoveryEngine>(
-            QVariantMap{{QString(useSorlenWalkupKey), true}, {QString(snmpCommunityGetKey), u"public"_s}});
+        QVariantMap all{{QString(useSorlenWalkupKey), true}, {QString(snmpCommunityGetKey), u"public"_s}};
+        all.insert(settings);
+        engine = std::make_unique<PrinterDiscoveryEngine>(all);
         engine->setUserName(u"Jane Doe"_s);
         QObject::connect(engine.get(), &PrinterDiscoveryEngine::printerBeaconed,
                          [this](const QVariantMap& p) { beaconed << p; });
+        QObject::connect(engine.get(), &PrinterDiscoveryEngine::printerDiscovered,
+                         [this](const QVariantMap& p) { discovered << p; });
         QObject::connect(
             engine.get(), &PrinterDiscoveryEngine::walkupAnnounced,
             [this](const QVariantMap& a) { announced << a.value(kPrinterModelStrKey).toString(); });
@@ -135,6 +141,7 @@ public:
     test::ScopedNetns m_inside; // the engine's sockets and thread live in the client host
     std::unique_ptr<PrinterDiscoveryEngine> engine;
     QList<QVariantMap> beaconed;
+    QList<QVariantMap> discovered;
     QStringList announced;
 };
 
@@ -220,6 +227,68 @@ TEST_F(WalkupTest, OnlyThePrinterItselfIsAnsweredAndLargeDatagramsAreReadWhole)
     client.engine->stopDiscovery();
     EXPECT_LT(std::chrono::steady_clock::now() - start, 100ms);
     EXPECT_TRUE(Socket(m_sandbox, u"client"_s).bound);
+}
+
+TEST_F(WalkupTest, AnnouncementWithoutModelAndMacIsAnsweredAndItsSelectionReported)
+{
+    // The printer's agent answers at once; its walkup side is the test's.
+    PrinterSim sim(m_sandbox, {u"model=Model 8560,address=10.77.0.21,sysname=bare"_s}, {});
+    ASSERT_TRUE(sim.ready()) << sim.failure();
+    Client client(m_sandbox);
+    const Socket printer(m_sandbox, u"printers"_s, "10.77.0.21");
+    ASSERT_TRUE(printer.bound);
+    printer.sendTo("talvo\x01\x01<ipaddr>0x0a4d0015</ipaddr><type>0</type>", "10.77.0.10");
+    EXPECT_EQ(printer.receive(), replyFrom("a4d000a"));
+    printer.sendTo("talvo\x01\x01<ipaddr>0x0a4d0015</ipaddr><type>2</type><user>Jane Doe</user>",
+                   "10.77.0.10");
+    ASSERT_TRUE(test::processEventsUntil([&] { return !client.beaconed.isEmpty(); }, 8s));
+    EXPECT_EQ(client.announced, QStringList{QString()});
+    const QVariantMap p = client.beaconed.first();
+    EXPECT_EQ(p.value(kIPAddrStrKey), u"10.77.0.21"_s);
+    EXPECT_FALSE(p.contains(kPrinterModelStrKey));
+    EXPECT_FALSE(p.contains(kMacAddrStrKey));
+    EXPECT_EQ(p.value(kDnsNameKey), u"bare"_s);
+    EXPECT_EQ(p.value(kCUPSPrinterURIKey), u"lpd://10.77.0.21"_s);
+}
+
+// The printer selected by walkup knows a network behind a router: the
+// printer there is found through that knowledge alone, and the walkup printer
+// is asked with the read community the user set after the start.
+TEST_F(WalkupTest, SelectedPrinterTeachesItsKnownNetworkWithTheCurrentCommunity)
+{
+    m_sandbox.addHost(u"router"_s, u"10.77.0.1/24"_s, {.segment = {}, .defaultRoute = false});
+    m_sandbox.addInterface(u"router"_s, u"far"_s, u"10.78.0.1/24"_s);
+    m_sandbox.addHost(u"remote"_s, u"10.78.0.20/24"_s, {.segment = u"far"_s, .defaultRoute = false});
+    for (const auto& [host, via] :
+         {std::pair{u"client"_s, u"10.77.0.1"_s}, std::pair{u"remote"_s, u"10.78.0.1"_s}}) {
+        const auto r =
+            m_sandbox.runIn(host, {u"ip"_s, u"route"_s, u"replace"_s, u"default"_s, u"via"_s, via});
+        ASSERT_TRUE(r.succeeded()) << r.describe().toStdString();
+    }
+    ASSERT_TRUE(
+        m_sandbox.runIn(u"router"_s, {u"sysctl"_s, u"-qw"_s, u"net.ipv4.ip_forward=1"_s}).succeeded());
+
+    // Broadcast discovery on, but with no network of its own to search.
+    Client client(m_sandbox, {{QString(useSorlenDiscoveryKey), true},
+                              {QString(discoverPrinterTypesKey), QStringList{u"Model 8560"_s}},
+                              {QString(snmpCommunityGetKey), u"stale"_s}});
+    client.engine->setReadCommunity(u"public"_s);
+    test::PrinterSim remote(m_sandbox, u"remote"_s,
+                            {u"model=Model 8560,address=10.78.0.20,sysname=far-8560"_s}, {}, kSimulator,
+                            kSettings);
+    ASSERT_TRUE(remote.ready()) << remote.failure().toStdString();
+    PrinterSim sim(m_sandbox, {kPrinter + u",cache=10.78.0.20"_s},
+                   {u"printer=10.77.0.20,to=10.77.0.10,interval=0.2,select=0.3"_s});
+    ASSERT_TRUE(sim.ready()) << sim.failure();
+
+    ASSERT_TRUE(test::processEventsUntil([&] { return !client.discovered.isEmpty(); }, 10s))
+        << client.engine->knownSearchSubnets().join(u' ').toStdString();
+    ASSERT_EQ(client.beaconed.size(), 1);
+    EXPECT_EQ(client.beaconed.first().value(kDnsNameKey), u"office-4000"_s);
+    ASSERT_EQ(client.discovered.size(), 1);
+    EXPECT_EQ(client.discovered.first().value(kIPAddrStrKey), u"10.78.0.20"_s);
+    EXPECT_EQ(client.discovered.first().value(kDnsNameKey), u"far-8560"_s);
+    EXPECT_EQ(client.engine->knownSearchSubnets(), QStringList{u"10.78.0.20"_s});
 }
 
 // `talvo-printers walkup` in the client host, as a script runs it.

@@ -60,38 +60,51 @@ protected:
     PrinterIdentification rules;
 };
 
+// A printer selected by walkup teaches networks exactly as one found by
+// broadcast discovery does, and every query carries the community current
+// when it is sent (the user may change it while printers are being asked).
 TEST_F(PrinterIdentificationTest, IdentityThenOlderThenNewerCacheEachAfterAnAnswer)
 {
-    Output asked;
-    rules.identify(discovered("10.1.0.20"), asked);
-    ASSERT_EQ(asked.queries.size(), 1u);
-    EXPECT_EQ(asked.queries[0].oids, PrinterIdentification::printerQueryOids());
-    EXPECT_EQ(asked.queries[0].community, QStringLiteral("public"));
-    EXPECT_EQ(asked.queries[0].address, ip("10.1.0.20"));
+    using Kind = DiscoveryEvent::Kind;
+    using Report = IdentifyRequest::Report;
+    for (const auto& [report, kind] : {std::pair{Report::Discovered, Kind::PrinterDiscovered},
+                                       std::pair{Report::Beaconed, Kind::PrinterBeaconed}}) {
+        SCOPED_TRACE(static_cast<int>(report));
+        rules.setCommunity(QStringLiteral("public"));
+        Output asked;
+        rules.identify(discovered("10.1.0.20", report), asked);
+        ASSERT_EQ(asked.queries.size(), 1u);
+        EXPECT_EQ(asked.queries[0].oids, PrinterIdentification::printerQueryOids());
+        EXPECT_EQ(asked.queries[0].community, QStringLiteral("public"));
+        EXPECT_EQ(asked.queries[0].address, ip("10.1.0.20"));
 
-    const Output identified =
-        answer(asked, Outcome::Answered, 0, {{QString(kDnsNameKey), QStringLiteral("office")}});
-    ASSERT_EQ(identified.events.size(), 1u);
-    const QVariantMap& printer = identified.events[0].printer;
-    EXPECT_EQ(identified.events[0].kind, DiscoveryEvent::Kind::PrinterDiscovered);
-    EXPECT_EQ(printer.value(kDnsNameKey), QStringLiteral("office"));
-    EXPECT_EQ(printer.value(kCUPSQueueNameKey), QStringLiteral("office"));
-    EXPECT_EQ(printer.value(kCUPSPrinterURIKey), QStringLiteral("lpd://10.1.0.20"));
-    EXPECT_EQ(printer.value(SNMPQueryOperationResultKey), 1);
-    EXPECT_EQ(identified.answered, std::vector<uint32_t>{ip("10.1.0.20")});
-    ASSERT_EQ(identified.queries.size(), 1u);
-    EXPECT_EQ(identified.queries[0].oids, PrinterIdentification::olderKnownNetworkOids());
+        rules.setCommunity(QStringLiteral("changed"));
+        const Output identified =
+            answer(asked, Outcome::Answered, 0, {{QString(kDnsNameKey), QStringLiteral("office")}});
+        ASSERT_EQ(identified.events.size(), 1u);
+        const QVariantMap& printer = identified.events[0].printer;
+        EXPECT_EQ(identified.events[0].kind, kind);
+        EXPECT_EQ(printer.value(kDnsNameKey), QStringLiteral("office"));
+        EXPECT_EQ(printer.value(kCUPSQueueNameKey), QStringLiteral("office"));
+        EXPECT_EQ(printer.value(kCUPSPrinterURIKey), QStringLiteral("lpd://10.1.0.20"));
+        EXPECT_EQ(printer.value(SNMPQueryOperationResultKey), 1);
+        EXPECT_EQ(identified.answered, std::vector<uint32_t>{ip("10.1.0.20")});
+        ASSERT_EQ(identified.queries.size(), 1u);
+        EXPECT_EQ(identified.queries[0].oids, PrinterIdentification::olderKnownNetworkOids());
+        EXPECT_EQ(identified.queries[0].community, QStringLiteral("changed"));
 
-    // Newer firmware answers the older numbering with noSuchName (2).
-    const Output older = answer(identified, Outcome::Answered, 2);
-    ASSERT_EQ(older.queries.size(), 1u);
-    EXPECT_EQ(older.queries[0].oids, PrinterIdentification::newerKnownNetworkOids());
-    const Output newer =
-        answer(older, Outcome::Answered, 0,
-               {{QString(CacheEnabledKey), 1}, {QString(AddressCache1Key), QStringLiteral("10.78.0.255")}});
-    EXPECT_EQ(newer.learnedNetworks, std::vector<uint32_t>{ip("10.78.0.255")});
-    EXPECT_TRUE(newer.queries.empty());
-    EXPECT_EQ(rules.pendingCount(), 0u);
+        // Newer firmware answers the older numbering with noSuchName (2).
+        const Output older = answer(identified, Outcome::Answered, 2);
+        ASSERT_EQ(older.queries.size(), 1u);
+        EXPECT_EQ(older.queries[0].oids, PrinterIdentification::newerKnownNetworkOids());
+        EXPECT_EQ(older.queries[0].community, QStringLiteral("changed"));
+        const Output newer = answer(
+            older, Outcome::Answered, 0,
+            {{QString(CacheEnabledKey), 1}, {QString(AddressCache1Key), QStringLiteral("10.78.0.255")}});
+        EXPECT_EQ(newer.learnedNetworks, std::vector<uint32_t>{ip("10.78.0.255")});
+        EXPECT_TRUE(newer.queries.empty());
+        EXPECT_EQ(rules.pendingCount(), 0u);
+    }
 }
 
 TEST_F(PrinterIdentificationTest, ASilentAddressCostsOnePacketAndIsStillReported)

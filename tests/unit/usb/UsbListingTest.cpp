@@ -75,7 +75,6 @@ TEST(UsbListing, CurrentFormatReadsFourToSixFieldsALine)
          {std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt}},
         {"empty output", "", true, {}},
         {"blanks only", " \n\t\n", false, {}},
-        {"a byte that is not ASCII", "direct usb://a/b \"A\" \"B\" \"MDL:Mod\xc3\xa8le;\"\n", true, {}},
     };
     for (const ListingCase& c : cases)
         check(c, parseUsbListing(c.output));
@@ -102,10 +101,40 @@ TEST(UsbListing, LegacyFormatTakesTheSecondQuotedFieldAsModel)
         {"URI alone", "usb://a\n", false, {std::nullopt}},
         {"no usb URI", "direct ipp://h/p \"A\" \"M\"\n", true, {}},
         {"empty output", "", true, {}},
-        {"a byte that is not ASCII", "usb://a \"A\" \"M\xff\"", true, {}},
     };
     for (const ListingCase& c : cases)
         check(c, parseLegacyUsbListing(c.output));
+}
+
+// Devices name themselves in UTF-8 or, older ones, in ISO Latin 1: each line
+// is read in whichever it is, and never costs the other lines their devices.
+TEST(UsbListing, EachLineIsReadAsUtf8ElseAsLatin1)
+{
+    const QByteArray latin1 = "direct usb://a \"Caf\xe9 M1\" \"d\" \"MDL:Mod\xe8le 1;\"\n";
+    const QByteArray utf8 = "direct usb://b \"Caf\xc3\xa9 M2\" \"d\" \"MDL:Mod\xc3\xa8le 2;\"\n";
+    const QByteArray plain = "direct usb://c \"C\" \"d\" \"MDL:M3;\"\n";
+    const auto a = dev("direct|usb://a|Caf\xe9 M1|d|MDL:Mod\xe8le 1;||Mod\xe8le 1");
+    const auto b = dev("direct|usb://b|Caf\xe9 M2|d|MDL:Mod\xe8le 2;||Mod\xe8le 2");
+    const auto m3 = dev("direct|usb://c|C|d|MDL:M3;||M3");
+    const ListingCase cases[] = {
+        {"Latin 1 first", latin1 + utf8 + plain, false, {a, b, m3}},
+        {"UTF-8 first", utf8 + plain + latin1, false, {b, m3, a}},
+        // One byte that is not UTF-8 makes the whole line Latin 1, the
+        // two-byte "é" beside it included.
+        {"mixed line",
+         "direct usb://d \"\xc3\xa9\" \"\xe9\"",
+         false,
+         {dev("direct|usb://d|\xc3\xa9|\xe9|||")}},
+    };
+    for (const ListingCase& c : cases)
+        check(c, parseUsbListing(c.output));
+
+    const ListingCase legacy{
+        "legacy",
+        "usb://a \"A\" \"Mod\xe8le\"\nusb://b \"B\" \"Mod\xc3\xa8le\"",
+        false,
+        {dev("|usb://a|A|Mod\xe8le|||Mod\xe8le"), dev("|usb://b|B|Mod\xe8le|||Mod\xe8le")}};
+    check(legacy, parseLegacyUsbListing(legacy.output));
 }
 
 TEST(UsbListing, DeviceIdPairsAreTakenAsWritten)
