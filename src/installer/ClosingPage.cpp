@@ -42,6 +42,8 @@ ClosingPage::ClosingPage(const WizardTexts& texts, QWidget* parent) : QWizardPag
     form->addRow(m_texts.deviceUriLabel, m_deviceUri);
 
     m_testPageButton = new QPushButton(m_texts.printTestPage, this);
+    // Return finishes the wizard, as on every page; Space prints the page.
+    m_testPageButton->setAutoDefault(false);
     connect(m_testPageButton, &QPushButton::clicked, this, &ClosingPage::printTestPage);
     m_status = new QLabel(this);
     m_status->setWordWrap(true);

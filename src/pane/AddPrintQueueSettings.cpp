@@ -118,6 +118,12 @@ void AddPrintQueueSettings::didLoadNib()
     m_ui->subnetMaskLabel->setText(localizedText("Subnet Label"));
     m_ui->searchButton->setText(localizedText("Search Button Title"));
     m_ui->cancelButton->setText(localizedText("Cancel Button Title"));
+    // A screen reader names each control as its label reads.
+    m_ui->gatewaySubnetRadioButton->setAccessibleName(m_ui->gatewayInfoLabel->text());
+    m_ui->ipAddressRadioButton->setAccessibleName(m_ui->ipAddressInfoLabel->text());
+    m_ui->gatewayTextField->setAccessibleName(m_ui->gatewayLabel->text());
+    m_ui->subnetTextField->setAccessibleName(m_ui->subnetMaskLabel->text());
+    m_ui->ipAddressTextField->setAccessibleName(m_ui->ipAddressLabel->text());
     for (QLabel* hint : {m_ui->gatewayInvalidLabel, m_ui->subnetInvalidLabel, m_ui->ipAddressInvalidLabel}) {
         hint->setText(localizedText("AdvancedAddressInvalid"));
         QFont small = hint->font();

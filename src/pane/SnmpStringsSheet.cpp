@@ -49,6 +49,8 @@ void SnmpStringsSheet::showSNMPStringsSheet()
     m_ui->snmpSetCommunityLabel->setText(localizedStringForKey("SNMP Set Community Label"));
     m_ui->snmpGetTextField->setText(m_engine->readCommunity());
     m_ui->snmpSetTextField->setText(m_engine->writeCommunity());
+    m_ui->snmpGetTextField->setAccessibleName(m_ui->snmpGetCommunityLabel->text());
+    m_ui->snmpSetTextField->setAccessibleName(m_ui->snmpSetCommunityLabel->text());
     m_ui->snmpOKButton->setText(localizedStringForKey("OK"));
     m_ui->snmpCancelButton->setText(localizedStringForKey("Cancel Button Title"));
     setWindowTitle(localizedStringForKey("SNMP Sheet Title"));

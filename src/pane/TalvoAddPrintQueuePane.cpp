@@ -17,8 +17,10 @@
 
 #include <QFile>
 #include <QFont>
+#include <QKeyEvent>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QWizard>
 
 using namespace Qt::StringLiterals;
 
@@ -72,7 +74,9 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
       m_ui(std::make_unique<Ui::TalvoAddPrintQueuePane>())
 {
     m_ui->setupUi(this);
+    // The mode buttons switch the tabs; the hidden tab bar takes no focus.
     m_ui->createModeTabView->tabBar()->hide();
+    m_ui->createModeTabView->setFocusPolicy(Qt::NoFocus);
     m_ui->queueProgressIndicator->hide();
     m_ui->queueProgressLabel->hide();
 
@@ -85,7 +89,11 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
                                     static_cast<QAbstractButton*>(m_ui->manualButton)}) {
         // The images draw the pressed state themselves; the style's own
         // sunken frame would only sit behind them.
-        button->setStyleSheet(u"QToolButton { border: none; background: transparent; padding: 0; }"_s);
+        // Keyboard focus stays visible all the same.
+        button->setStyleSheet(
+            u"QToolButton { border: 2px solid transparent; background: transparent; padding: 0; }"
+            u"QToolButton:focus { border-color: palette(highlight); }"_s);
+        button->setFocusPolicy(Qt::StrongFocus);
         connect(button, &QAbstractButton::clicked, this, [this, button] { modeButtonPress(button); });
     }
     connect(m_ui->discPrintersListView, &QAbstractItemView::doubleClicked, this,
@@ -95,6 +103,8 @@ TalvoAddPrintQueuePane::TalvoAddPrintQueuePane(Options options, QWidget* parent)
                     selection.append(m_listModel->printerAt(index.row()));
                 createPrinterFromDiscoveryListDoubleClick(selection);
             });
+    // Return on the list does what Continue does.
+    m_ui->discPrintersListView->installEventFilter(this);
     connect(m_ui->advancedButton, &QPushButton::clicked, this, &TalvoAddPrintQueuePane::doAdvancedSheet);
     connect(m_ui->snmpButton, &QPushButton::clicked, this, &TalvoAddPrintQueuePane::showSNMPStringsSheet);
     connect(m_ui->saveListButton, &QPushButton::clicked, this,
@@ -168,6 +178,7 @@ void TalvoAddPrintQueuePane::setUpOnce()
     }
     m_ui->discoverButton->setToolTip(tx("Discover Button Tooltip"));
     m_ui->manualButton->setToolTip(tx("Manual Button Tooltip"));
+    nameForScreenReaders();
     m_ui->snmpButton->setText(tx("SNMP"));
     m_ui->saveListButton->setText(tx("Save List"));
     m_ui->loadListButton->setText(tx("Load List"));
@@ -179,6 +190,55 @@ void TalvoAddPrintQueuePane::setUpOnce()
     m_listModel->setPresentation(m_presentation.get());
     loadImagesFromBundle();
     populateManualModelChoiceMenu();
+}
+
+void TalvoAddPrintQueuePane::nameForScreenReaders()
+{
+    // The mode buttons are pictures: their names and tooltips say which mode
+    // each one opens. Controls without text of their own are named after
+    // what they show.
+    const struct
+    {
+        QWidget* widget;
+        QString name;
+        QString description;
+    } controls[] = {
+        {m_ui->walkupButton, tx("Walkup Mode"), tx("Walkup Button Tooltip")},
+        {m_ui->discoverButton, tx("Discovered Mode"), tx("Discover Button Tooltip")},
+        {m_ui->manualButton, tx("Manual Mode"), tx("Manual Button Tooltip")},
+        {m_ui->discPrintersListView, tx("Discovered Printers"), {}},
+        {m_ui->addressTextField, tx("IP Address or DNS Name").remove(u':'), {}},
+        {m_ui->printerModelSelectMenu, tx("Select Printer Model").remove(u':'), {}},
+        {m_ui->walkupText, tx("Walkup Instructions"), {}},
+        {m_ui->discoveryProgInd, tx("Searching For Printers"), {}},
+        {m_ui->manualProgressIndicator, tx("Checking The Address"), {}},
+        {m_ui->queueProgressIndicator, tx("Creating Print Queue"), {}},
+    };
+    for (const auto& c : controls) {
+        c.widget->setAccessibleName(c.name);
+        if (!c.description.isEmpty())
+            c.widget->setAccessibleDescription(c.description);
+    }
+    // Tab goes through the modes, then the chosen mode's controls, then the
+    // buttons under them.
+    QWidget* const order[] = {m_ui->walkupButton,         m_ui->discoverButton, m_ui->manualButton,
+                              m_ui->discPrintersListView, m_ui->advancedButton, m_ui->saveListButton,
+                              m_ui->loadListButton,       m_ui->snmpButton};
+    for (std::size_t i = 1; i < std::size(order); ++i)
+        QWidget::setTabOrder(order[i - 1], order[i]);
+    QWidget::setTabOrder(m_ui->addressTextField, m_ui->printerModelSelectMenu);
+}
+
+bool TalvoAddPrintQueuePane::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_ui->discPrintersListView && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if ((key == Qt::Key_Return || key == Qt::Key_Enter) && wizard() && isComplete()) {
+            wizard()->next();
+            return true;
+        }
+    }
+    return InstallerPane::eventFilter(watched, event);
 }
 
 void TalvoAddPrintQueuePane::loadImagesFromBundle()

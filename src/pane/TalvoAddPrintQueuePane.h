@@ -128,7 +128,11 @@ Q_SIGNALS:
     // A queue creation ended, with the created printer or the reason it failed.
     void queueCreationFinished(bool created, const QString& errorText);
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
+    void nameForScreenReaders();
     void loadImagesFromBundle();
     void setUpOnce();
     void createEngine();

@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QApplication>
 #include <QComboBox>
 #include <QFile>
@@ -570,6 +571,66 @@ TEST_F(PaneTest, SheetsHandTheirSettingsToTheEngine)
     QFile prefs(filePathForUserPrefs().value_or(QString()));
     ASSERT_TRUE(prefs.open(QIODevice::ReadOnly)) << prefs.fileName().toStdString();
     EXPECT_TRUE(prefs.readAll().contains("backoffice"));
+}
+
+// Every control a keyboard can reach, named for a screen reader.
+void expectEveryFocusableControlNamed(const QWidget* root, const char* where)
+{
+    for (QWidget* widget : root->findChildren<QWidget*>()) {
+        if (!widget->isVisible() || !widget->isEnabled() || widget->focusPolicy() == Qt::NoFocus)
+            continue;
+        QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(widget);
+        EXPECT_TRUE(accessible && !accessible->text(QAccessible::Name).trimmed().isEmpty())
+            << where << ": " << widget->metaObject()->className() << " \""
+            << widget->objectName().toStdString() << "\" has no accessible name";
+    }
+}
+
+// The whole way with the keyboard alone: Return through the welcome page,
+// Tab and Space to a mode and back, the arrow keys to a printer, Return to
+// create its queue, Return on the success sheet, Return to finish.
+TEST_F(PaneTest, TheWizardWorksFromTheKeyboardAndNamesEveryControl)
+{
+    ASSERT_TRUE(processEventsUntil([&] { return m_pane->printerList()->rowCount() >= 1; }, 15s));
+    m_wizard->restart();
+    QApplication::setActiveWindow(m_wizard.get());
+    const auto press = [this](int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+        QWidget* target = QApplication::focusWidget() ? QApplication::focusWidget() : m_wizard.get();
+        QTest::keyClick(target, static_cast<Qt::Key>(key), modifiers);
+        processEventsFor(50ms);
+    };
+    const auto tabTo = [&](const QWidget* wanted) {
+        for (int i = 0; i < 30 && QApplication::focusWidget() != wanted; ++i)
+            press(Qt::Key_Tab);
+        return QApplication::focusWidget() == wanted;
+    };
+    expectEveryFocusableControlNamed(m_wizard.get(), "welcome page");
+    press(Qt::Key_Return);
+    ASSERT_EQ(m_wizard->currentPage(), m_pane) << "Return did not leave the welcome page";
+    expectEveryFocusableControlNamed(m_wizard.get(), "discovered mode");
+    EXPECT_FALSE(child("walkupButton")->accessibleDescription().isEmpty())
+        << "the mode buttons explain themselves";
+
+    ASSERT_TRUE(tabTo(child("manualButton")));
+    press(Qt::Key_Space);
+    EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::ManualMode);
+    EXPECT_EQ(QApplication::focusWidget(), child("addressTextField"));
+    expectEveryFocusableControlNamed(m_wizard.get(), "manual mode");
+    ASSERT_TRUE(tabTo(child("discoverButton")));
+    press(Qt::Key_Space);
+    EXPECT_EQ(m_pane->selectPrinterMode(), TalvoAddPrintQueuePane::DiscoveredMode);
+
+    ASSERT_TRUE(tabTo(child("discPrintersListView")));
+    press(Qt::Key_Down);
+    ASSERT_TRUE(child<QListView>("discPrintersListView")->currentIndex().isValid());
+    press(Qt::Key_Return);
+    ASSERT_TRUE(waitForSheet("queueCreatedSheet")) << "Return on the list did not create the queue";
+    QTest::keyClick(visibleSheet("queueCreatedSheet"), Qt::Key_Return);
+    ASSERT_TRUE(processEventsUntil([&] { return m_wizard->currentPage() != m_pane; }, 5s));
+    expectEveryFocusableControlNamed(m_wizard.get(), "closing page");
+    EXPECT_FALSE(installedPrinter().isEmpty());
+    press(Qt::Key_Return);
+    EXPECT_TRUE(processEventsUntil([&] { return !m_wizard->isVisible(); }, 2s)) << "Return did not finish";
 }
 
 } // namespace

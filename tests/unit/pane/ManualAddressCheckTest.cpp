@@ -11,6 +11,7 @@
 
 #include <QList>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -27,9 +28,21 @@ struct World
     std::mutex mutex;
     std::condition_variable_any released;
     bool holdProbe = false;
-    int resolves = 0;
-    int probes = 0;
-    QList<uint32_t> probed;
+    // Counted on the check's worker, read by the test: atomic.
+    std::atomic<int> resolves = 0;
+    std::atomic<int> probes = 0;
+    QList<uint32_t> probed; // under `mutex`
+
+    QList<uint32_t> probedSoFar()
+    {
+        std::lock_guard lock(mutex);
+        return probed;
+    }
+    void hold()
+    {
+        std::lock_guard lock(mutex);
+        holdProbe = true;
+    }
 
     ManualAddressCheck::Services services()
     {
@@ -115,7 +128,7 @@ TEST_F(ManualAddressCheckTest, ANameShowsCheckingAtOnceAndIsLookedUpOnce)
     EXPECT_EQ(recorder.states(), (QList<State>{State::Checking, State::Checking, State::Checked}));
     EXPECT_EQ(check.result().shownAddress, u"printer-a.lan (10.0.0.5)"_s);
     EXPECT_EQ(world.resolves, 1);
-    EXPECT_EQ(world.probed, QList<uint32_t>{0x0500000a});
+    EXPECT_EQ(world.probedSoFar(), QList<uint32_t>{0x0500000a});
 
     // A name that does not resolve both ways is invalid once looked up.
     check.setText(u"nowhere"_s);
@@ -128,7 +141,7 @@ TEST_F(ManualAddressCheckTest, TypingOnWaitsForThePauseAndLateAnswersAreDropped)
     // Each keystroke of a dotted quad restarts the pause: one lookup, at the end.
     for (const QString& text : {u"10.0.0"_s, u"10.0.0."_s, u"10.0.0.6"_s})
         check.setText(text);
-    world.holdProbe = true;
+    world.hold();
     ASSERT_TRUE(test::processEventsUntil([&] { return world.probes == 1; }, 2s));
     EXPECT_EQ(world.resolves, 1);
 
@@ -137,12 +150,12 @@ TEST_F(ManualAddressCheckTest, TypingOnWaitsForThePauseAndLateAnswersAreDropped)
     EXPECT_FALSE(check.isRunning());
     world.release();
     ASSERT_TRUE(test::processEventsUntil([&] { return check.result().state == State::Checked; }, 2s));
-    EXPECT_EQ(world.probed, QList<uint32_t>{0x0500000a}) << "the stopped probe answered";
+    EXPECT_EQ(world.probedSoFar(), QList<uint32_t>{0x0500000a}) << "the stopped probe answered";
     for (const auto& r : recorder.seen)
         EXPECT_FALSE(r.state == State::Checked && r.shownAddress.contains(u"10.0.0.6"_s));
 
     // Leaving or entering the pane again: nothing running, nothing late.
-    world.holdProbe = true;
+    world.hold();
     check.setText(u"10.0.0.6"_s);
     ASSERT_TRUE(test::processEventsUntil([&] { return world.probes == 3; }, 2s));
     check.reset();
