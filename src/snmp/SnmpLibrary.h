@@ -20,7 +20,10 @@ namespace talvo::snmp {
 inline constexpr char sorlenDiscoverySNMPType[] = "SorlenDiscovery";
 
 // Runs init_snmp exactly once, however often and from whichever thread it is
-// called.
+// called. The first call sets MIBS in the environment, which no other thread
+// may read or change meanwhile (a child started at that moment reads it):
+// make the first call before the process starts threads, as the SNMP
+// transport's constructor does.
 void ensureLibraryInitialised();
 
 // Recursive: reply callbacks run inside snmp_read and may send new queries.

@@ -73,7 +73,12 @@ Transport::Transport()
     // its predecessor; ids stay positive and never 0.
     : m_nextRequestId(static_cast<int32_t>(QRandomGenerator::system()->bounded(1u, 0x80000000u))),
       m_receiveBuffer(kReceiveBufferBytes, Qt::Uninitialized)
-{}
+{
+    // Here, on the thread that builds the engine, not lazily on the loop's
+    // thread: setting up the library writes the environment, which a child
+    // started elsewhere at the same moment would be reading.
+    ensureLibraryInitialised();
+}
 
 Transport::~Transport()
 {
