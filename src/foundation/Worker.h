@@ -46,6 +46,7 @@ public:
         try {
             m_thread = std::jthread(
                 [this, job = std::move(job), completion = std::move(completion)](std::stop_token stop) {
+                    t_ownThread = this;
                     const std::optional<Result> result = job(stop);
                     {
                         std::lock_guard lock(m_mutex);
@@ -64,17 +65,17 @@ public:
     }
 
     // Asks the running job to stop and waits for its thread. From within the
-    // completion (the worker's own thread) it only asks: the thread ends by
-    // itself.
+    // completion (the worker's own thread) it does nothing: the job is over
+    // and the thread ends by itself. m_thread is not even looked at there, as
+    // it belongs to the owner's thread, which may already be starting the
+    // next job (running is false before the completion runs).
     void stop()
     {
+        if (t_ownThread == this)
+            return;
         if (!m_thread.joinable())
             return;
         m_thread.request_stop();
-        if (m_thread.get_id() == std::this_thread::get_id()) {
-            m_thread.detach();
-            return;
-        }
         m_thread.join();
         std::lock_guard lock(m_mutex);
         m_running = false;
@@ -87,6 +88,9 @@ public:
     }
 
 private:
+    // The worker whose job runs on this thread, if any.
+    static inline thread_local const Worker* t_ownThread = nullptr;
+
     mutable std::mutex m_mutex;
     bool m_running = false;
     std::jthread m_thread;
