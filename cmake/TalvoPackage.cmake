@@ -48,12 +48,12 @@ scripts.")
 # The libraries the programs link come from dpkg-shlibdeps, with the versions
 # they need (the X11 platform plug-in is part of libqt6gui6); the list below
 # names what no linker sees: the Qt SVG image and icon plug-ins (the icons
-# are SVG), the snmpget fallback, lpadmin and lpstat, the CUPS backends (cupsd refuses lpd://
+# are SVG), Qt's own translations (its buttons in the user's language), the snmpget fallback, lpadmin and lpstat, the CUPS backends (cupsd refuses lpd://
 # device URIs without the lpd backend of the cups package), ping for the
 # manual probe, and gzip for the PPDs (essential, so with a version).
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libqt6svg6, snmp, cups-client, cups, iputils-ping, gzip (>= 1.12)")
+    "libqt6svg6, qt6-translations-l10n, snmp, cups-client, cups, iputils-ping, gzip (>= 1.12)")
 # md5sums and the other control files 0644, as dpkg itself makes them.
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 

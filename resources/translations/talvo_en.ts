@@ -252,5 +252,29 @@ Device URI: %3</translation>
         <source>WaitText</source>
         <translation>The print queue is being created. The window can be closed when it is done.</translation>
     </message>
+    <message id="Walkup Mode">
+        <source>Walkup Mode</source>
+        <translation>Walk up</translation>
+    </message>
+    <message id="Discovered Mode">
+        <source>Discovered Mode</source>
+        <translation>Discovered</translation>
+    </message>
+    <message id="Manual Mode">
+        <source>Manual Mode</source>
+        <translation>Manual</translation>
+    </message>
+    <message id="Walkup Instructions">
+        <source>Walkup Instructions</source>
+        <translation>Walkup instructions</translation>
+    </message>
+    <message id="Searching For Printers">
+        <source>Searching For Printers</source>
+        <translation>Searching for printers</translation>
+    </message>
+    <message id="Checking The Address">
+        <source>Checking The Address</source>
+        <translation>Checking the address</translation>
+    </message>
 </context>
 </TS>

@@ -172,7 +172,7 @@ void TalvoAddPrintQueuePane::setUpOnce()
         m_ui->walkupButton->hide();
     } else {
         m_ui->walkupButton->setToolTip(tx("Walkup Button Tooltip"));
-        QFile walkup(pathForPluginResources() + u"/Walkup.html"_s);
+        QFile walkup(localizedResourcePath(pathForPluginResources(), u"Walkup"_s, u"html"_s));
         if (walkup.open(QIODevice::ReadOnly))
             m_ui->walkupText->setHtml(QString::fromUtf8(walkup.readAll()));
     }

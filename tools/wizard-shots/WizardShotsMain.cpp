@@ -10,7 +10,9 @@
 // inside the demo's sandboxed network.
 //
 // Prints "shot NAME PATH" for each picture; exits 1 when a step never shows
-// what it waits for.
+// what it waits for. --only NAME takes that one picture and stops there (the
+// steps before it still run: they bring the wizard to it), which is all a
+// picture of the wizard in another language needs.
 
 #include "foundation/DictionaryKeys.h"
 #include "foundation/Settings.h"
@@ -37,6 +39,7 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -67,8 +70,9 @@ struct Step
 class Script : public QObject
 {
 public:
-    Script(std::vector<Step> steps, QString outFolder)
-        : m_steps(std::move(steps)), m_outFolder(std::move(outFolder))
+    // `only`: the one picture to take, the last step; empty: every picture.
+    Script(std::vector<Step> steps, QString outFolder, QString only)
+        : m_steps(std::move(steps)), m_outFolder(std::move(outFolder)), m_only(std::move(only))
     {
         m_poll.setInterval(100);
         connect(&m_poll, &QTimer::timeout, this, &Script::poll);
@@ -105,8 +109,13 @@ private:
         m_poll.stop();
         QTimer::singleShot(step.settleMs, this, [this] {
             const Step& done = m_steps[m_index];
-            if (!done.shot.isEmpty() && !shoot(done.shot)) {
+            const bool wanted = !done.shot.isEmpty() && (m_only.isEmpty() || done.shot == m_only);
+            if (wanted && !shoot(done.shot)) {
                 QApplication::exit(1);
+                return;
+            }
+            if (wanted && !m_only.isEmpty()) {
+                QApplication::exit(0);
                 return;
             }
             ++m_index;
@@ -158,6 +167,7 @@ private:
 
     std::vector<Step> m_steps;
     QString m_outFolder;
+    QString m_only;
     size_t m_index = 0;
     QTimer m_poll;
     QElapsedTimer m_clock;
@@ -220,13 +230,15 @@ int main(int argc, char** argv)
     const QCommandLineOption noDevice(u"no-device"_s, u"An address where nothing answers."_s, u"ADDR"_s);
     const QCommandLineOption create(u"create"_s, u"The discovered printer to create the queue for."_s,
                                     u"ADDR"_s);
+    const QCommandLineOption only(
+        u"only"_s, u"Takes only the picture NAME (say discovered) and stops there."_s, u"NAME"_s);
     const QCommandLineOption verbose({u"v"_s, u"verbose"_s}, u"Log what the setup does on standard error."_s);
     const QCommandLineOption stall(u"stall-seconds"_s,
                                    u"No pictures: for S seconds in the pane, switch modes every second and "
                                    "print the longest time the window went without handling an event."_s,
                                    u"S"_s);
-    parser.addOptions(
-        {resources, usbBackend, outFolder, rows, supported, unsupported, noDevice, create, verbose, stall});
+    parser.addOptions({resources, usbBackend, outFolder, rows, supported, unsupported, noDevice, create, only,
+                       verbose, stall});
     parser.process(app);
 
     if (parser.isSet(resources))
@@ -356,7 +368,13 @@ int main(int argc, char** argv)
              [&] { return wizard.currentId() == closingId; }, 10000, u"closing"_s, 1000});
     }
 
-    Script script(std::move(steps), parser.value(outFolder));
+    const QString onlyShot = parser.value(only);
+    if (!onlyShot.isEmpty() &&
+        std::none_of(steps.cbegin(), steps.cend(), [&](const Step& step) { return step.shot == onlyShot; })) {
+        out() << "no step takes the picture " << onlyShot << Qt::endl;
+        return 1;
+    }
+    Script script(std::move(steps), parser.value(outFolder), onlyShot);
     script.start();
     return QApplication::exec();
 }

@@ -32,6 +32,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTemporaryDir>
@@ -125,6 +126,8 @@ protected:
     static void SetUpTestSuite()
     {
         s_world = std::make_unique<World>();
+        // The test clicks buttons by their English texts, whatever LANG says.
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
         installTranslations(s_world->resources.path());
     }
     static void TearDownTestSuite() { s_world.reset(); }

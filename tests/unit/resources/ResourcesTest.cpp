@@ -1,19 +1,25 @@
 // The resources folder of the build tree as the programs see it: every text
 // key the code looks up has an English text with the placeholders its caller
-// fills, and every picture the code or the settings name is there and draws.
+// fills and a German one with the same placeholders, the user's language
+// chooses the texts, Qt's own buttons and the walkup text, and every picture
+// the code or the settings name is there and draws.
 #include "foundation/DictionaryKeys.h"
 #include "foundation/Settings.h"
 #include "pane/Localization.h"
 
+#include <QAbstractButton>
 #include <QCoreApplication>
 #include <QFile>
 #include <QIcon>
+#include <QLocale>
+#include <QMessageBox>
 #include <QPixmap>
 #include <QRegularExpression>
 #include <QSet>
 #include <QSvgRenderer>
 #include <QTextDocument>
 #include <QTranslator>
+#include <QWizard>
 
 #include <gtest/gtest.h>
 
@@ -44,35 +50,111 @@ const char* const kTexts[] = {
     "SNMP Get Community Label", "SNMP Set Community Label", "OK", "SNMP Sheet Title", "WizardTitle",
     "WelcomeTitle", "WelcomeText", "ClosingTitle", "ClosingText", "ClosingNoQueueText", "Queue Name",
     "Printer Model", "Device URI", "Print Test Page", "TestPageSent", "TestPageFailed", "Save List Failed",
-    "Preferences Not Saved", "WaitTitle", "WaitText", "AdvancedAddressInvalid"};
+    "Preferences Not Saved", "WaitTitle", "WaitText", "AdvancedAddressInvalid", "Walkup Mode", "Discovered Mode",
+    "Manual Mode", "Walkup Instructions", "Searching For Printers", "Checking The Address"};
 // clang-format on
 const std::map<std::string_view, int> kArguments{
     {"CreatedPrintQueue", 3}, {"CheckingAddress", 1},     {"No Device", 1},    {"No Printer", 1},
     {"Unknown Printer", 1},   {"Unsupported Printer", 2}, {"TestPageSent", 1}, {"TestPageFailed", 1},
 };
 
-TEST(ResourcesTextTest, EveryKeyHasEnglishTextWithItsPlaceholders)
+// Texts German shares with English, each for its reason.
+const std::map<std::string_view, const char*> kSameInGerman{
+    {"SNMP", "the protocol's name on the button that opens its settings"},
+    {"OK", "German buttons say OK as well"},
+};
+
+const QLocale kEnglish(QLocale::English, QLocale::UnitedStates);
+const QLocale kGerman(QLocale::German, QLocale::Germany);
+
+QSet<int> placeholders(const QString& text)
 {
-    ASSERT_TRUE(installTranslations(kResources));
-    // The compiled texts themselves: a key whose English text is the key
-    // ("Location") is told apart from a key without a text only here.
-    QTranslator english;
-    ASSERT_TRUE(english.load(QStringLiteral("talvo_en"), kResources + QStringLiteral("/translations")));
     static const QRegularExpression marker(QStringLiteral("%(\\d+)"));
+    QSet<int> numbers;
+    for (const QRegularExpressionMatch& m : marker.globalMatch(text))
+        numbers.insert(m.captured(1).toInt());
+    return numbers;
+}
+
+class ResourcesTextTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        // The compiled texts themselves: a key whose English text is the key
+        // ("Location") is told apart from a key without a text only here.
+        ASSERT_TRUE(m_english.load(QStringLiteral("talvo_en"), kResources + QStringLiteral("/translations")));
+    }
+    void TearDown() override { QLocale::setDefault(QLocale::system()); }
+
+    QString english(const char* key) const { return m_english.translate(nullptr, key); }
+
+    QTranslator m_english;
+};
+
+TEST_F(ResourcesTextTest, EveryKeyHasEnglishTextWithItsPlaceholders)
+{
+    QLocale::setDefault(kEnglish);
+    ASSERT_TRUE(installTranslations(kResources));
     for (const char* key : kTexts) {
         SCOPED_TRACE(key);
-        const QString text = english.translate(nullptr, key);
+        const QString text = english(key);
         ASSERT_FALSE(text.isEmpty()) << "no English text";
         EXPECT_EQ(localizedStringForKey(key), text);
-        QSet<int> markers, expected;
-        for (const QRegularExpressionMatch& m : marker.globalMatch(text))
-            markers.insert(m.captured(1).toInt());
+        QSet<int> expected;
         for (int n = 1; n <= (kArguments.contains(key) ? kArguments.at(key) : 0); ++n)
             expected.insert(n);
-        EXPECT_EQ(markers, expected) << text.toStdString();
+        EXPECT_EQ(placeholders(text), expected) << text.toStdString();
     }
     // The address field starts with this label less its colon.
     EXPECT_TRUE(localizedStringForKey("IP Address or DNS Name").endsWith(u':'));
+}
+
+TEST_F(ResourcesTextTest, EveryKeyHasGermanTextWithTheEnglishPlaceholders)
+{
+    QLocale::setDefault(kGerman);
+    ASSERT_TRUE(installTranslations(kResources));
+    for (const char* key : kTexts) {
+        SCOPED_TRACE(key);
+        const QString text = localizedStringForKey(key);
+        if (kSameInGerman.contains(key))
+            EXPECT_EQ(text, english(key));
+        else
+            EXPECT_NE(text, english(key)) << "left in English";
+        EXPECT_EQ(placeholders(text), placeholders(english(key))) << text.toStdString();
+        EXPECT_EQ(text.count(u'\n'), english(key).count(u'\n')) << "line breaks";
+    }
+    EXPECT_TRUE(localizedStringForKey("IP Address or DNS Name").endsWith(u':'));
+}
+
+// Qt's own buttons follow the language of ours, and installing again (here
+// English after German) replaces what was installed before rather than
+// piling up under it.
+TEST_F(ResourcesTextTest, QtButtonsFollowTheLanguage)
+{
+    struct Case
+    {
+        QLocale locale;
+        QString wizardTitle, back, cancel;
+    };
+    const Case cases[] = {
+        {kGerman, QStringLiteral("Talvo-Druckereinrichtung"), QStringLiteral("< &Zur\u00fcck"),
+         QStringLiteral("Abbrechen")},
+        {kEnglish, QStringLiteral("Talvo Printer Setup"), QStringLiteral("< &Back"),
+         QStringLiteral("Cancel")},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.locale.name().toStdString());
+        QLocale::setDefault(c.locale);
+        ASSERT_TRUE(installTranslations(kResources));
+        EXPECT_EQ(localizedStringForKey("WizardTitle"), c.wizardTitle);
+        QWizard wizard;
+        wizard.setWizardStyle(QWizard::ClassicStyle);
+        EXPECT_EQ(wizard.buttonText(QWizard::BackButton), c.back);
+        QMessageBox box;
+        box.setStandardButtons(QMessageBox::Cancel);
+        EXPECT_EQ(box.button(QMessageBox::Cancel)->text(), c.cancel);
+    }
 }
 
 // Every picture the code names, and every model icon the settings name (a
@@ -102,12 +184,33 @@ TEST(ResourcesImageTest, EveryImageDraws)
     }
 }
 
+// A language with a walkup text of its own gets it, by its language alone
+// when there is none for its country; any other gets the English one.
+TEST(ResourcesWalkupTest, EachLanguageGetsItsOwnTextElseEnglish)
+{
+    const std::pair<QLocale, QString> cases[] = {
+        {QLocale(QLocale::German, QLocale::Germany), QStringLiteral("Walkup_de.html")},
+        {QLocale(QLocale::German, QLocale::Switzerland), QStringLiteral("Walkup_de.html")},
+        {QLocale(QLocale::English, QLocale::UnitedStates), QStringLiteral("Walkup.html")},
+        {QLocale(QLocale::French, QLocale::France), QStringLiteral("Walkup.html")},
+        {QLocale::c(), QStringLiteral("Walkup.html")},
+    };
+    for (const auto& [locale, file] : cases) {
+        QLocale::setDefault(locale);
+        EXPECT_EQ(localizedResourcePath(kResources, QStringLiteral("Walkup"), QStringLiteral("html")),
+                  kResources + u'/' + file)
+            << locale.name().toStdString();
+    }
+    QLocale::setDefault(QLocale::system());
+}
+
 TEST(ResourcesWalkupTest, IsRichText)
 {
-    QFile file(kResources + QStringLiteral("/Walkup.html"));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    const QString html = QString::fromUtf8(file.readAll());
-    EXPECT_TRUE(Qt::mightBeRichText(html));
+    for (const QString& name : {QStringLiteral("Walkup.html"), QStringLiteral("Walkup_de.html")}) {
+        QFile file(kResources + u'/' + name);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << name.toStdString();
+        EXPECT_TRUE(Qt::mightBeRichText(QString::fromUtf8(file.readAll()))) << name.toStdString();
+    }
 }
 
 } // namespace
