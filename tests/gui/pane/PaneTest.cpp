@@ -360,6 +360,7 @@ TEST_F(PaneTest, AWalkupSelectionDuringACreationIsMadeNext)
     };
     EXPECT_GE(started(u"10.77.61.23"_s), 0);
     EXPECT_GT(started(u"10.77.61.24"_s), started(u"10.77.61.23"_s));
+    EXPECT_TRUE(m_pane->discoveryEngine()->walkupEnabled()) << "walkup stopped after the failures";
 }
 
 TEST_F(PaneTest, ManualAddressIsProbedAfterTypingStopsAndAnOtherModelCanBeChosen)
