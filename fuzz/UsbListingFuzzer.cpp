@@ -13,7 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     talvo::parseLegacyUsbListing(bytes);
     talvo::parseIEEE1284DeviceId(QString::fromLatin1(bytes));
     for (const talvo::UsbListingEntry& entry : talvo::parseUsbListing(bytes).entries) {
-        const talvo::UsbListing alone = talvo::parseUsbListing(entry.text.toLatin1());
+        // A line is read as UTF-8 when it is, else as Latin 1: its text in
+        // UTF-8 reads back the same either way.
+        const talvo::UsbListing alone = talvo::parseUsbListing(entry.text.toUtf8());
         if (alone.entries.size() != 1 || alone.entries[0].device != entry.device ||
             (entry.device && entry.device->uri.isEmpty()))
             std::abort();
