@@ -447,6 +447,22 @@ std::optional<QVariant> parse(QByteArrayView bytes, QString& why)
     PlistPtr root(raw);
     if (!root)
         return std::nullopt;
+    if (plist_is_binary(bytes.data(), size)) {
+        // A binary key can hold a NUL (or a UTF-16 one that converts so),
+        // and libplist's only getter for keys asserts on that and aborts the
+        // program. Its XML writer copes, and keys read back from XML are whole
+        // strings: the list is passed through XML once.
+        char* xml = nullptr;
+        uint32_t xmlSize = 0;
+        plist_to_xml(root.get(), &xml, &xmlSize);
+        const CString text(xml);
+        plist_t reread = nullptr;
+        if (text)
+            plist_from_xml(text.get(), xmlSize, &reread);
+        root.reset(reread);
+        if (!root)
+            return std::nullopt;
+    }
     auto value = toVariant(root.get(), 0);
     if (!value)
         why = QStringLiteral("it holds a value that cannot be read");

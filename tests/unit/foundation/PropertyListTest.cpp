@@ -138,6 +138,26 @@ QByteArray chainedArrays(int count, int width = 1)
     return binaryPlist(objects);
 }
 
+// A binary dictionary key holding a NUL made libplist's key getter assert
+// and abort the program (found by fuzzing the preference reader).
+TEST(PropertyList, NulInsideABinaryKeyIsNotFatal)
+{
+    const QByteArray dictionary = QByteArray(1, '\xd1') + be32(1) + be32(2);
+    const QByteArray value = QByteArray("\x51v", 2);
+    const QByteArray keys[] = {
+        QByteArray("\x53"
+                   "a\0b",
+                   4),                // ASCII, NUL inside
+        QByteArray("\x62\0a\0\0", 5), // UTF-16, U+0000 at the end
+    };
+    for (const QByteArray& key : keys) {
+        const auto parsed = plist::parse(binaryPlist({dictionary, key, value}));
+        if (parsed) {
+            EXPECT_EQ(parsed->toMap().size(), 1);
+        }
+    }
+}
+
 // libplist builds, copies and frees its trees recursively: 200,000 nested
 // arrays crash it, so nesting is measured in the bytes before it sees them,
 // the way its XML and binary readers would find it.
