@@ -163,7 +163,8 @@ int main(int argc, char** argv)
     option({QStringLiteral("usb-uri")}, "add: the USB printer's device URI.", "URI");
     option({QStringLiteral("model")},
            "add: the model when the printer names no supported one; ppd: the model.", "MODEL");
-    option({QStringLiteral("queue")}, "add: the queue's name (default: the printer's own, made unique).", "NAME");
+    option({QStringLiteral("queue")}, "add: the queue's name (default: the printer's own, made unique).",
+           "NAME");
     option({QStringLiteral("replace")}, "add: update the queue called NAME when it exists.");
     option({QStringLiteral("dry-run")}, "add: print what would be run and create nothing.");
     option({QStringLiteral("output")}, "ppd: the file to write (default: standard output).", "FILE");

@@ -4,7 +4,6 @@
 #include "ProbeTestSupport.h"
 #include "ScratchMount.h"
 
-
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
