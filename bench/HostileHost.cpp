@@ -216,7 +216,8 @@ int runFlood(const FloodOptions& options)
     std::printf("{\"event\":\"done\",\"to\":\"%s\",\"waited_s\":%.3f,\"sent\":%ld,\"distinct_sources\":%zu,"
                 "\"send_errors\":%ld,\"first_error\":\"%s\",\"seconds\":%.3f,\"rate_per_s\":%.0f}\n",
                 endpoint(to).c_str(), waited, sent, std::min(sources.size(), static_cast<std::size_t>(count)),
-                errors, firstError ? std::strerror(firstError) : "", seconds, sent / std::max(seconds, 1e-9));
+                errors, firstError ? std::strerror(firstError) : "", seconds,
+                static_cast<double>(sent) / std::max(seconds, 1e-9));
     return 0;
 }
 

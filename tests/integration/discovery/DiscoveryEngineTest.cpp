@@ -2,6 +2,7 @@
 // real snmpd per printer) in a sandbox network.
 
 #include "EventLoop.h"
+#include "HostileHost.h"
 #include "LogCapture.h"
 #include "discovery/PrinterDiscoveryEngine.h"
 #include "fixtures/DaemonRunner.h"
@@ -19,6 +20,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 #include <QTemporaryDir>
 
 #include <arpa/inet.h>
@@ -213,6 +215,59 @@ TEST_F(LocalNetworkTest, AddressesHandedOverInQuickSuccessionAreEachAskedForThei
         },
         5s))
         << client.engine->knownSearchSubnets().join(u' ').toStdString();
+}
+
+// A host on the LAN floods the engine's discovery socket with well-formed
+// replies from spoofed addresses while a real printer answers too. The flood
+// may cost replies, but the real printer is still identified over SNMP, no
+// address is announced twice, and the engine stops when asked. This is also
+// the engine's busiest threading (receive, identify, announce) for the
+// ThreadSanitizer build.
+TEST_F(LocalNetworkTest, FloodOfSpoofedRepliesLeavesTheRealPrinterFound)
+{
+    PrinterSim sim(m_sandbox, QStringLiteral("printers"),
+                   {printerSpec("model=Model 4000,address=10.77.0.20,mac=00:80:92:00:00:20,sysname=office")});
+    ASSERT_TRUE(sim.ready()) << sim.failure().toStdString();
+    m_sandbox.addHost(QStringLiteral("hostile"), QStringLiteral("10.77.0.250/24"));
+
+    int floodResult = -1;
+    std::thread flood([&] {
+        ScopedNetns inHostile(m_sandbox, QStringLiteral("hostile"));
+        bench::FloodOptions options;
+        options.network = ntohl(inet_addr("10.77.0.0"));
+        options.prefixLength = 24;
+        for (const char* real : {"10.77.0.10", "10.77.0.20", "10.77.0.21", "10.77.0.22", "10.77.0.23",
+                                 "10.77.0.24", "10.77.0.25", "10.77.0.26", "10.77.0.27", "10.77.0.250"})
+            options.skip.push_back(ntohl(inet_addr(real)));
+        options.count = 20000;
+        options.waitSeconds = 20;
+        floodResult = bench::runFlood(options);
+    });
+    std::this_thread::sleep_for(200ms); // the hostile host binds port 1200 first
+
+    {
+        EngineInHost client(m_sandbox, QStringLiteral("client"));
+        client.start();
+        const bool found = processEventsUntil(
+            [&] { return !client.byAddress(QStringLiteral("10.77.0.20")).isEmpty(); }, 20s);
+        flood.join();
+        ASSERT_EQ(floodResult, 0);
+        ASSERT_TRUE(found);
+        EXPECT_EQ(client.byAddress(QStringLiteral("10.77.0.20")).value(kDnsNameKey),
+                  QStringLiteral("office"));
+
+        // The spoofed addresses have no agent: they are announced once the
+        // identification times out, each once although each replied ~80 times.
+        constexpr qsizetype kSpoofedSources = 254 - 10;
+        EXPECT_TRUE(processEventsUntil([&] { return client.announced.size() > kSpoofedSources / 2; }, 20s))
+            << client.announced.size() << " announced: the flood did not reach the engine";
+        processEventsFor(1s);
+        QSet<QString> addresses;
+        for (const QVariantMap& p : client.announced)
+            addresses.insert(p.value(kIPAddrStrKey).toString());
+        EXPECT_EQ(addresses.size(), client.announced.size()) << "an address announced twice";
+        EXPECT_LE(client.announced.size(), kSpoofedSources + 1);
+    } // the engine stops here
 }
 
 // Walkup through the engine: the printer the user selects at its panel is
