@@ -198,9 +198,18 @@ bool isKnownPduType(int command)
     return false;
 }
 
+bool fitsIn32Bits(long value)
+{
+    return value >= std::numeric_limits<int32_t>::min() && value <= std::numeric_limits<int32_t>::max();
+}
+
 std::optional<Message> messageFromPdu(const netsnmp_pdu& pdu)
 {
-    if (pdu.reqid < std::numeric_limits<int32_t>::min() || pdu.reqid > std::numeric_limits<int32_t>::max() ||
+    // Every integer of an SNMP message has 32 bits. The library reads up to
+    // the width of a long and cuts the value to 32 bits, but a negative one
+    // it leaves outside them: a malformed message, refused (written again it
+    // would not say the same).
+    if (!fitsIn32Bits(pdu.reqid) || !fitsIn32Bits(pdu.errstat) || !fitsIn32Bits(pdu.errindex) ||
         !isKnownPduType(pdu.command))
         return std::nullopt;
     Message message;
@@ -306,7 +315,9 @@ std::optional<QVariant> valueFromVariable(const variable_list& var)
     switch (var.type) {
     case kBoolean:
     case kInteger:
-        if (!var.val.integer)
+        // What the library left outside 32 bits (a wide negative value) is no
+        // SNMP integer, and cutting it once more would change it again.
+        if (!var.val.integer || !fitsIn32Bits(*var.val.integer))
             return std::nullopt;
         return QVariant(static_cast<int32_t>(*var.val.integer));
     case kBitString:
